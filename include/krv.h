@@ -1,0 +1,14 @@
+/* libhokkrv: every public C interface of the library. */
+#ifndef KRV_H
+#define KRV_H
+
+#include "krv_osal.h"
+#include "krv_osalsync.h"
+#include "krv_osalfs.h"
+#include "krv_osaleno.h"
+#include "krv_reltmr.h"
+#include "krv_json.h"
+#include "krv_log.h"
+#include "krv_log_ops.h"
+
+#endif /* KRV_H */

@@ -1,0 +1,80 @@
+/* Synchronisation primitives: recursive mutexes, conditions, read-write locks and 32-bit atomics. */
+#ifndef KRV_OSALSYNC_H
+#define KRV_OSALSYNC_H
+
+#include <stdbool.h>
+#include <stdint.h>
+#include <time.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Opaque handles; a null handle means no object exists. */
+typedef void *KrvMutex;
+typedef void *KrvCondAttr;
+typedef void *KrvCond;
+typedef void *KrvRWLock;
+
+/* Creates a recursive mutex into *mutex (which must be null); returns 0, 22 (bad address or set variable, or init failed) or 12. */
+uint32_t KRV_OsalMutexCreate(KrvMutex *mutex);
+/* Destroys *mutex and nulls it; returns 0, 22 (null) or 14 (platform refused; memory freed all the same). */
+uint32_t KRV_OsalMutexDestroy(KrvMutex *mutex);
+/* Locks mutex; a null handle is ignored. */
+void KRV_OsalMutexLock(KrvMutex mutex);
+/* Unlocks mutex; a null handle is ignored. */
+void KRV_OsalMutexUnLock(KrvMutex mutex);
+
+/* Creates a condition attribute into *attr (which must be null); returns 0, 22, 12 or 14. */
+uint32_t KRV_OsalCondAttrCreate(KrvCondAttr *attr);
+/* Destroys *attr and nulls it; returns 0, 22 or 14. */
+uint32_t KRV_OsalCondAttrDestroy(KrvCondAttr *attr);
+/* Selects the clock of conditions made with attr; returns 0, 22 (null) or 14. */
+uint32_t KRV_OsalCondAttrClockSet(KrvCondAttr attr, uint32_t clockId);
+/* Reads the clock of attr into *clockId; returns 0, 22 (null) or 14. */
+uint32_t KRV_OsalCondAttrClockGet(KrvCondAttr attr, int32_t *clockId);
+/* Sets the process-shared flag of attr; returns 0, 22 (null) or 14. */
+uint32_t KRV_OsalCondAttrPsharedSet(KrvCondAttr attr, uint32_t pshared);
+/* Reads the process-shared flag of attr into *pshared; returns 0, 22 (null) or 14. */
+uint32_t KRV_OsalCondAttrPsharedGet(KrvCondAttr attr, int32_t *pshared);
+
+/* Creates a condition (attr may be null for defaults) into *cond (which must be null); returns 0, 22, 12 or 14. */
+uint32_t KRV_OsalCondCreate(KrvCondAttr attr, KrvCond *cond);
+/* Destroys *cond and nulls it; returns 0, 22 or 14. */
+uint32_t KRV_OsalCondDestroy(KrvCond *cond);
+/* Wakes one waiter; returns 0, 22 (null) or 14. */
+uint32_t KRV_OsalCondSignal(KrvCond cond);
+/* Wakes every waiter; returns 0, 22 (null) or 14. */
+uint32_t KRV_OsalCondBroadcast(KrvCond cond);
+/* Waits on cond with mutex (mutex first) until absTime; returns 0, 22 (null) or 14 (failure or time-out). */
+uint32_t KRV_OsalCondTimedWait(KrvMutex mutex, KrvCond cond, const struct timespec *absTime);
+
+/* Creates a read-write lock into *rwLock (which must be null); returns 0, 22, 12 or 1. */
+uint32_t KRV_OsalRWLockCreate(KrvRWLock *rwLock);
+/* Destroys *rwLock and nulls it; null addresses and handles are ignored. */
+void KRV_OsalRWLockDestroy(KrvRWLock *rwLock);
+/* Takes a read lock; returns 0, 22 (null) or 1. */
+uint32_t KRV_OsalRWReadLock(KrvRWLock rwLock);
+/* Takes the write lock; returns 0, 22 (null) or 1. */
+uint32_t KRV_OsalRWWriteLock(KrvRWLock rwLock);
+/* Releases a read or write lock; a null handle is ignored. */
+void KRV_OsalRWUnlock(KrvRWLock rwLock);
+
+/* Sequentially consistent operations on a caller's 32-bit word; each returns the value before. */
+uint32_t KRV_OsalAtomicAdd(uint32_t value, uint32_t *p);
+uint32_t KRV_OsalAtomicSub(uint32_t value, uint32_t *p);
+uint32_t KRV_OsalAtomicInc(uint32_t *p);
+uint32_t KRV_OsalAtomicDec(uint32_t *p);
+/* Returns the word by a plain aligned load. */
+uint32_t KRV_OsalAtomicGet(const uint32_t *p);
+uint32_t KRV_OsalAtomicSet(uint32_t value, uint32_t *p);
+/* Returns true when *p held expected and now holds newValue. */
+bool KRV_OsalAtomicCas(uint32_t expected, uint32_t newValue, uint32_t *p);
+uint32_t KRV_OsalAtomic32TestSet(uint32_t value, uint32_t *p);
+uint32_t KRV_OsalAtomicInt32TestSet(uint32_t value, uint32_t *p);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* KRV_OSALSYNC_H */

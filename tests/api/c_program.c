@@ -1,0 +1,39 @@
+/* A C11 program calling through the public headers, as a procedural caller would. */
+#include <stdio.h>
+#include <string.h>
+
+#include "krv.h"
+
+static unsigned g_hookCalls;
+
+static void CountingHook(uint32_t errCode, uint32_t level, const char *fileName, uint32_t line, const char *msg)
+{
+    (void)errCode; (void)level; (void)fileName; (void)line; (void)msg;
+    ++g_hookCalls;
+}
+
+int main(void)
+{
+    if (strcmp(KRV_VersionGet(), "Merilux_2.22.0.104-build.0100") != 0) {
+        return 1;
+    }
+    char *block = KRV_OsalMemAlloc(16);
+    if (block == NULL) {
+        return 2;
+    }
+    KRV_OsalMemFree(block);
+    KrvMutex mutex = NULL;
+    if (KRV_OsalMutexCreate(&mutex) != 0 || KRV_OsalMutexDestroy(&mutex) != 0 || mutex != NULL) {
+        return 3;
+    }
+    if (KRV_LogHookReg(CountingHook) != 0) {
+        return 4;
+    }
+    KRV_LogWrite(0, 6, "c_program", __LINE__, "hello %d", 1);
+    KRV_LogHookUnReg();
+    if (g_hookCalls != 1) {
+        return 5;
+    }
+    puts("c program ok");
+    return 0;
+}

@@ -1,0 +1,106 @@
+#include "support/krv_test_support.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+
+#include "krv_log.h"
+
+namespace krvtest {
+
+StdoutCapture::StdoutCapture()
+{
+    std::fflush(stdout);
+    char name[] = "/tmp/krv_stdout_XXXXXX";
+    int fd = mkstemp(name);
+    path_ = name;
+    savedFd_ = dup(STDOUT_FILENO);
+    dup2(fd, STDOUT_FILENO);
+    close(fd);
+}
+
+std::string StdoutCapture::Finish()
+{
+    if (savedFd_ < 0) {
+        return {};
+    }
+    std::fflush(stdout);
+    dup2(savedFd_, STDOUT_FILENO);
+    close(savedFd_);
+    savedFd_ = -1;
+    std::ifstream in(path_, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    std::remove(path_.c_str());
+    return text.str();
+}
+
+StdoutCapture::~StdoutCapture()
+{
+    Finish();
+}
+
+namespace {
+
+std::mutex g_diagMutex;
+std::vector<Diag> g_diags;
+
+void RecordDiag(uint32_t code, uint32_t level, const char *file, uint32_t line, const char *msg)
+{
+    std::lock_guard<std::mutex> lock(g_diagMutex);
+    g_diags.push_back({code, level, file != nullptr ? file : "(null)", line, msg});
+}
+
+}  // namespace
+
+DiagCapture::DiagCapture()
+{
+    Take();
+    if (KRV_LogHookReg(RecordDiag) != 0) {
+        std::fprintf(stderr, "DiagCapture: a log hook is already installed\n");
+        std::abort();
+    }
+}
+
+DiagCapture::~DiagCapture()
+{
+    KRV_LogHookUnReg();
+}
+
+std::vector<Diag> DiagCapture::Take()
+{
+    std::lock_guard<std::mutex> lock(g_diagMutex);
+    std::vector<Diag> taken;
+    taken.swap(g_diags);
+    return taken;
+}
+
+std::vector<std::string> DiagCapture::Messages()
+{
+    std::vector<std::string> msgs;
+    for (const Diag &d : Take()) {
+        msgs.push_back(d.msg);
+    }
+    return msgs;
+}
+
+TempDir::TempDir()
+{
+    char name[] = "/tmp/krv_test_XXXXXX";
+    path_ = mkdtemp(name);
+}
+
+TempDir::~TempDir()
+{
+    std::error_code ignored;
+    std::filesystem::permissions(path_, std::filesystem::perms::owner_all, std::filesystem::perm_options::add, ignored);
+    std::filesystem::remove_all(path_, ignored);
+}
+
+}  // namespace krvtest

@@ -1,0 +1,73 @@
+// Helpers shared by the test binaries: stdout capture, diagnostic capture, allocation failure.
+#ifndef KRV_TEST_SUPPORT_H
+#define KRV_TEST_SUPPORT_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace krvtest {
+
+// Redirects the process's standard output into a temporary file until Finish() or destruction.
+class StdoutCapture {
+public:
+    StdoutCapture();
+    ~StdoutCapture();
+    StdoutCapture(const StdoutCapture &) = delete;
+    StdoutCapture &operator=(const StdoutCapture &) = delete;
+    // Restores standard output and returns everything printed meanwhile.
+    std::string Finish();
+
+private:
+    int savedFd_ = -1;
+    std::string path_;
+};
+
+struct Diag {
+    uint32_t code;
+    uint32_t level;
+    std::string file;  // "(null)" when the caller passed no file name
+    uint32_t line;
+    std::string msg;
+};
+
+// Installs a KRV_LogHookReg hook that records every diagnostic (from any thread) until destruction.
+class DiagCapture {
+public:
+    DiagCapture();
+    ~DiagCapture();
+    DiagCapture(const DiagCapture &) = delete;
+    DiagCapture &operator=(const DiagCapture &) = delete;
+    std::vector<Diag> Take();
+    // Messages only, in order.
+    std::vector<std::string> Messages();
+};
+
+// A fresh empty directory under /tmp, removed with its contents on destruction.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir &) = delete;
+    TempDir &operator=(const TempDir &) = delete;
+    const std::string &Path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+// While alive, the calling thread's mallocs after the first `skip` fail, `count` times in all.
+// Only binaries whose sources mention AllocFailure link the interposed malloc.
+class AllocFailure {
+public:
+    explicit AllocFailure(unsigned skip, unsigned count = ~0u);
+    ~AllocFailure();
+    AllocFailure(const AllocFailure &) = delete;
+    AllocFailure &operator=(const AllocFailure &) = delete;
+    // Number of allocations refused so far.
+    unsigned Failed() const;
+};
+
+}  // namespace krvtest
+
+#endif  // KRV_TEST_SUPPORT_H
