@@ -1,0 +1,40 @@
+// Internal pieces shared by the JSON parser, the access functions and the setters.
+//
+// The parser (krv_json_parse.cpp) owns node creation, child links, member attachment and the value
+// parser with its process-wide nesting counter; the access and output sources build on them.
+#ifndef KRV_JSON_INTERNAL_H
+#define KRV_JSON_INTERNAL_H
+
+#include <cstdint>
+
+#include "krv_json.h"
+
+namespace krv {
+namespace json {
+
+// Parse cursor: len is the text length plus one, so the terminating NUL lies inside [0, len).
+struct Cursor {
+    const char *text;
+    uint32_t len;
+    uint32_t pos;
+};
+
+// Allocates a zero-filled node of the given type (an ARRAY starts with arrType KRV_JSON_TYPE_NONE).
+// Logs "Krv Json Create malloc failed" (12) and returns null when memory runs out.
+KrvJson *Create(uint32_t valueType);
+// Allocates a child link holding item. Logs "Krv Json Child Init malloc failed" (12) and returns
+// null when memory runs out.
+KrvJsonChild *ChildInit(KrvJson *item);
+// Names child key and appends it to object's member list, refusing a repeated name. Returns 0, 22,
+// 12 or 1; on failure child stays owned by the caller.
+uint32_t ItemAddToObject(const char *key, KrvJson *child, KrvJson *object);
+// Advances pos over every byte <= 0x20 (NUL included) while pos < len.
+void SkipWhitespace(Cursor *cursor);
+// Parses one value at the cursor into *out, continuing the process-wide nesting counter without
+// resetting it. Returns 0, 1, 12 or 22; on failure *out is null and nothing is leaked.
+uint32_t ValueParse(Cursor *cursor, KrvJson **out);
+
+}  // namespace json
+}  // namespace krv
+
+#endif  // KRV_JSON_INTERNAL_H
