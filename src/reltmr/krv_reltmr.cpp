@@ -1,0 +1,335 @@
+// Relative timer module lifecycle: the module record, timer pools and their free lists.
+#include <pthread.h>
+
+#include <cassert>
+#include <cstdint>
+
+#include "krv_osal.h"
+#include "krv_osalsync.h"
+#include "krv_reltmr.h"
+#include "log/krv_diag.h"
+#include "osal/krv_bounded.h"
+#include "reltmr/krv_reltmr_internal.h"
+
+namespace {
+constexpr char kKrvSource[] = "krv_reltmr";
+constexpr uint32_t kFailed = 1;
+constexpr uint32_t kBusy = 9;
+constexpr uint32_t kStopping = 11;
+constexpr uint32_t kNoMemory = 12;
+constexpr uint32_t kInvalid = 22;
+constexpr uint32_t kNotInitialized = 124;
+constexpr uint32_t kPoolInUse = 8193;
+// maxTimer is accepted when maxTimer - 1 (unsigned, so 0 wraps) is at most this.
+constexpr uint32_t kMaxTimerLessOne = 59652322;
+constexpr uint32_t kCallbackWaitRetries = 10;
+}  // namespace
+
+namespace krv::reltmr {
+
+namespace {
+
+KrvRelTmrCtrl *g_ctrl = nullptr;
+// Serialises module creation and teardown so that at most one module, and one trigger thread, exists.
+pthread_mutex_t g_lifecycleLock = PTHREAD_MUTEX_INITIALIZER;
+
+void PublishCtrl(KrvRelTmrCtrl *ctrl)
+{
+    __atomic_store_n(&g_ctrl, ctrl, __ATOMIC_RELEASE);
+}
+
+// Builds a pool of maxTimer + 1 idle nodes chained into its free list; the extra node is never
+// handed out, so taking a node never empties the list. Returns 0, 22 or 12.
+uint32_t KrvRelTmrPoolsInit(uint32_t maxTimer, KrvRelTmrPool **created)
+{
+    if (maxTimer - 1 > kMaxTimerLessOne) {
+        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrPoolsInit]:maxTimer %u is invalid", maxTimer);
+        return kInvalid;
+    }
+    uint64_t nodeCount = static_cast<uint64_t>(maxTimer) + 1;
+    uint64_t bytes = nodeCount * sizeof(KrvRelTmrNode);
+    auto *nodes = static_cast<KrvRelTmrNode *>(KRV_OsalMemAlloc(bytes));
+    if (nodes == nullptr) {
+        KRV_DIAG(kNoMemory, "[MERILUX-KrvRelTmrPoolsInit]:mem alloc failed,timer num is %u.", maxTimer);
+        return kNoMemory;
+    }
+    auto *pool = static_cast<KrvRelTmrPool *>(KRV_OsalMemAlloc(sizeof(KrvRelTmrPool)));
+    if (pool == nullptr) {
+        KRV_OsalMemFree(nodes);
+        KRV_DIAG(kNoMemory, "[MERILUX-KrvRelTmrPoolsInit]:mem alloc failed.");
+        return kNoMemory;
+    }
+    (void)krv::memset_s(nodes, bytes, 0, bytes);
+    for (uint64_t i = 0; i < nodeCount; ++i) {
+        nodes[i].next = i + 1 < nodeCount ? &nodes[i + 1] : nullptr;
+        nodes[i].status = KRV_RELTMR_STATUS_IDLE;
+    }
+    pool->initFlag = KRV_RELTMR_INIT_FLAG;
+    pool->usedCount = 0;
+    pool->grpCount = 0;
+    pool->nodes = nodes;
+    pool->freeHead = &nodes[0];
+    pool->freeTail = &nodes[maxTimer];
+    *created = pool;
+    return 0;
+}
+
+// Releases a pool's nodes and record, leaving the freed mark for stale handles that still read it.
+void KrvRelTmrPoolFree(KrvRelTmrPool *pool)
+{
+    KRV_OsalMemFree(pool->nodes);
+    pool->nodes = nullptr;
+    pool->initFlag = kFreedFlag;
+    KRV_OsalMemFree(pool);
+}
+
+// Unpublishes and releases a module record whose trigger thread is not (or no longer) running.
+void KrvRelTmrCtrlDestroy(KrvRelTmrCtrl *ctrl)
+{
+    PublishCtrl(nullptr);
+    (void)KRV_OsalMutexDestroy(&ctrl->grpMutex);
+    (void)KRV_OsalMutexDestroy(&ctrl->tmrMutex);
+    KRV_OsalMemFree(ctrl->buckets);
+    KRV_OsalMemFree(ctrl);
+}
+
+// Allocates a zeroed module record with both mutexes; returns null (logged) on any failure.
+KrvRelTmrCtrl *KrvRelTmrResInit()
+{
+    auto *ctrl = static_cast<KrvRelTmrCtrl *>(KRV_OsalMemAlloc(sizeof(KrvRelTmrCtrl)));
+    if (ctrl == nullptr) {
+        KRV_DIAG(kNoMemory, "[MERILUX-KrvRelTmrResInit]:alloc mem failed");
+        return nullptr;
+    }
+    (void)krv::memset_s(ctrl, sizeof(*ctrl), 0, sizeof(*ctrl));
+    uint32_t ret = KRV_OsalMutexCreate(&ctrl->tmrMutex);
+    if (ret != 0) {
+        KRV_DIAG(ret, "[MERILUX-KrvRelTmrResInit]:Res Mutex Create fail");
+        KRV_OsalMemFree(ctrl);
+        return nullptr;
+    }
+    ret = KRV_OsalMutexCreate(&ctrl->grpMutex);
+    if (ret != 0) {
+        KRV_DIAG(ret, "[MERILUX-KrvRelTmrResInit]:Grp Mutex Create fail");
+        (void)KRV_OsalMutexDestroy(&ctrl->tmrMutex);
+        KRV_OsalMemFree(ctrl);
+        return nullptr;
+    }
+    return ctrl;
+}
+
+// Allocates and clears the wheel; returns 0 or 12 (logged).
+uint32_t KrvRelTmrHashInit(KrvRelTmrCtrl *ctrl)
+{
+    ctrl->wheelMask = kWheelMask;
+    ctrl->revolutionMask = kRevolutionMask;
+    ctrl->wheelSize = kWheelSize;
+    ctrl->curTick = 0;
+    uint32_t bytes = kWheelSize * sizeof(KrvRelTmrBucket);
+    ctrl->buckets = static_cast<KrvRelTmrBucket *>(KRV_OsalMemAlloc(bytes));
+    if (ctrl->buckets == nullptr) {
+        KRV_DIAG(kNoMemory, "[MERILUX-KrvRelTmrHashInit]:alloc mem:%u failed", bytes);
+        return kNoMemory;
+    }
+    WheelClear(ctrl->buckets);
+    return 0;
+}
+
+// First pool: creates the module, its first pool, the wheel and the trigger thread; on any failure
+// undoes everything, so no module is left behind. Lifecycle lock held.
+uint32_t KrvRelTmrModuleCreate(uint32_t maxTimer, KrvRelTmrPool **pool)
+{
+    KrvRelTmrCtrl *ctrl = KrvRelTmrResInit();
+    if (ctrl == nullptr) {
+        KRV_DIAG(kFailed, "[MERILUX-KRV_RelTimerInit]:KrvRelTmrResInit failed");
+        return kFailed;
+    }
+    PublishCtrl(ctrl);
+    KRV_OsalMutexLock(ctrl->tmrMutex);
+    KrvRelTmrPool *created = nullptr;
+    uint32_t ret = KrvRelTmrPoolsInit(maxTimer, &created);
+    if (ret == 0) {
+        ret = KrvRelTmrHashInit(ctrl);
+        if (ret == 0) {
+            int err = pthread_create(&ctrl->trigThread, nullptr, KrvRelTmrTrigTaskEntry, nullptr);
+            if (err != 0) {
+                KRV_DIAG(kFailed, "[MERILUX-KRV_ReltimerInit]:create reltimer trig thread failed, err is %d", err);
+                ret = kFailed;
+            }
+        }
+        if (ret != 0) {
+            KrvRelTmrPoolFree(created);
+        }
+    }
+    if (ret != 0) {
+        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+        KrvRelTmrCtrlDestroy(ctrl);
+        return ret;
+    }
+    *pool = created;
+    ++ctrl->poolCount;
+    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    return 0;
+}
+
+// Later pools: refused while the module stops or when *pool already holds a live pool.
+uint32_t KrvRelTmrPoolAdd(KrvRelTmrCtrl *ctrl, uint32_t maxTimer, KrvRelTmrPool **pool)
+{
+    if (__atomic_load_n(&ctrl->stopping, __ATOMIC_ACQUIRE) != 0) {
+        KRV_DIAG(kStopping, "[MERILUX-KRV_RelTimerInit]:reltimer module is deinitializing.");
+        return kStopping;
+    }
+    // The check logs "invalid" when it passes; callers see that line on every later init.
+    if (KrvRelTmrPoolHandleValidCheck(*pool)) {
+        KRV_DIAG(kPoolInUse, "[MERILUX-KRV_RelTimerInit]:the timer pool handle is used.");
+        return kPoolInUse;
+    }
+    KRV_OsalMutexLock(ctrl->tmrMutex);
+    KrvRelTmrPool *created = nullptr;
+    uint32_t ret = KrvRelTmrPoolsInit(maxTimer, &created);
+    if (ret == 0) {
+        *pool = created;
+        ++ctrl->poolCount;
+    }
+    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    return ret;
+}
+
+// Gives a running callback up to ten 1 ms naps to finish, then goes on regardless.
+void KrvRelTmrWaitForCallBackFuncEnded(KrvRelTmrCtrl *ctrl)
+{
+    KRV_OsalMutexLock(ctrl->tmrMutex);
+    uint32_t running = ctrl->cbRunning;
+    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    for (uint32_t retries = 0; running == 1; ++retries) {
+        if (retries == kCallbackWaitRetries) {
+            KRV_DIAG(kStopping, "[MERILUX-KrvRelTmrWaitForCallBackFuncEnded]:the max retry times has reached.");
+            return;
+        }
+        KRV_OsalTaskDelay(0, 1000);
+        KRV_OsalMutexLock(ctrl->tmrMutex);
+        running = ctrl->cbRunning;
+        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    }
+}
+
+// Last pool: stops and joins the trigger thread, then releases the pool and the module. Entered with
+// the lifecycle lock and the timer mutex held; returns with only the lifecycle lock held. The
+// lifecycle lock is dropped during the join so a callback calling KRV_RelTimerInit sees "stopping"
+// instead of deadlocking.
+void KrvRelTmrModuleDestroy(KrvRelTmrCtrl *ctrl, KrvRelTmrPool *pool)
+{
+    __atomic_store_n(&ctrl->stopping, static_cast<uint8_t>(1), __ATOMIC_RELEASE);
+    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    pthread_mutex_unlock(&g_lifecycleLock);
+    (void)pthread_join(ctrl->trigThread, nullptr);
+    pthread_mutex_lock(&g_lifecycleLock);
+    KRV_OsalMutexLock(ctrl->tmrMutex);
+    KrvRelTmrPoolFree(pool);
+    --ctrl->poolCount;
+    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    KrvRelTmrCtrlDestroy(ctrl);
+}
+
+}  // namespace
+
+KrvRelTmrCtrl *Ctrl()
+{
+    return __atomic_load_n(&g_ctrl, __ATOMIC_ACQUIRE);
+}
+
+bool KrvRelTmrIsInitialized()
+{
+    KrvRelTmrCtrl *ctrl = Ctrl();
+    if (ctrl == nullptr) {
+        KRV_DIAG(kNotInitialized, "[MERILUX-KrvRelTmrIsInitialized]:timer module is not Initialized.");
+        return false;
+    }
+    if (__atomic_load_n(&ctrl->stopping, __ATOMIC_ACQUIRE) != 0) {
+        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrIsInitialized]:timer module is deinitializing.");
+        return false;
+    }
+    return true;
+}
+
+bool KrvRelTmrPoolHandleValidCheck(const KrvRelTmrPool *pool)
+{
+    if (pool == nullptr || pool->initFlag != KRV_RELTMR_INIT_FLAG) {
+        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrPoolHandleValidCheck]:timer pool handle is invalid");
+        return false;
+    }
+    return true;
+}
+
+void KrvRelTmrFree(KrvRelTmrNode *node)
+{
+    node->status = KRV_RELTMR_STATUS_IDLE;
+    if (node->handleSlot != nullptr && *node->handleSlot == node) {
+        *node->handleSlot = nullptr;
+    }
+    KrvRelTmrPool *pool = node->pool;
+    if (pool->initFlag == KRV_RELTMR_INIT_FLAG) {
+        if (pool->usedCount == 0) {
+            KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrFree]:timer used num is zero.");
+        } else {
+            pool->freeTail->next = node;
+            pool->freeTail = node;
+            --pool->usedCount;
+        }
+    }
+    node->next = nullptr;
+}
+
+}  // namespace krv::reltmr
+
+using namespace krv::reltmr;
+
+extern "C" {
+
+uint32_t KRV_RelTimerInit(uint32_t maxTimer, KrvRelTmrPool **pool)
+{
+    if (pool == nullptr) {
+        KRV_DIAG(kInvalid, "[MERILUX-KRV_RelTimerInit]:the timer pool handle is NULL.");
+        return kInvalid;
+    }
+    pthread_mutex_lock(&g_lifecycleLock);
+    KrvRelTmrCtrl *ctrl = Ctrl();
+    uint32_t ret = ctrl == nullptr ? KrvRelTmrModuleCreate(maxTimer, pool) : KrvRelTmrPoolAdd(ctrl, maxTimer, pool);
+    pthread_mutex_unlock(&g_lifecycleLock);
+    return ret;
+}
+
+uint32_t KRV_RelTimerFini(KrvRelTmrPool *pool)
+{
+    pthread_mutex_lock(&g_lifecycleLock);
+    if (!KrvRelTmrIsInitialized() || !KrvRelTmrPoolHandleValidCheck(pool)) {
+        pthread_mutex_unlock(&g_lifecycleLock);
+        KRV_DIAG(kNotInitialized, "[MERILUX-KRV_RelTimerFini]:timer pool handle is not initialized");
+        return kNotInitialized;
+    }
+    KrvRelTmrCtrl *ctrl = Ctrl();
+    KrvRelTmrWaitForCallBackFuncEnded(ctrl);
+    KRV_OsalMutexLock(ctrl->tmrMutex);
+    if (pool->usedCount != 0 || pool->grpCount != 0) {
+        uint32_t used = pool->usedCount;
+        uint32_t groups = pool->grpCount;
+        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+        pthread_mutex_unlock(&g_lifecycleLock);
+        KRV_DIAG(kBusy,
+                 "[MERILUX-KRV_RelTimerFini]:some timers or timer grp has not been stopped, timer num is %u, grp num "
+                 "is %u.",
+                 used, groups);
+        return kBusy;
+    }
+    if (ctrl->poolCount < 2) {
+        KrvRelTmrModuleDestroy(ctrl, pool);
+    } else {
+        --ctrl->poolCount;
+        KrvRelTmrPoolFree(pool);
+        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    }
+    pthread_mutex_unlock(&g_lifecycleLock);
+    return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,198 @@
+// Timer groups: arrays of timers sharing one pool and one callback, addressed by serial number.
+#include <cstddef>
+#include <cstdint>
+
+#include "krv_osal.h"
+#include "krv_osalsync.h"
+#include "krv_reltmr.h"
+#include "log/krv_diag.h"
+#include "osal/krv_bounded.h"
+#include "reltmr/krv_reltmr_internal.h"
+
+namespace {
+constexpr char kKrvSource[] = "krv_reltmr";
+constexpr uint32_t kNoMemory = 12;
+constexpr uint32_t kInvalid = 22;
+constexpr uint32_t kNotInitialized = 124;
+// Largest group whose record size is still accepted.
+constexpr uint64_t kMaxGrpTimers = 0x1FFFFFFFFFFFFFF9ULL;
+}  // namespace
+
+namespace krv::reltmr {
+
+namespace {
+
+// Allocates a zeroed group record with room for timerCount handles; null (logged) on failure.
+KrvRelTmrGrpInfo *KrvRelTmrGrpAlloc(uint64_t timerCount)
+{
+    if (timerCount > kMaxGrpTimers) {
+        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrGrpAlloc]:Param invalid(%u)", static_cast<unsigned>(timerCount));
+        return nullptr;
+    }
+    uint64_t bytes = sizeof(KrvRelTmrGrpInfo) + timerCount * sizeof(KrvRelTmrNode *);
+    auto *grp = static_cast<KrvRelTmrGrpInfo *>(KRV_OsalMemAlloc(bytes));
+    if (grp == nullptr) {
+        KRV_DIAG(kNoMemory, "[MERILUX-KrvRelTmrGrpAlloc]:malloc failed, timer num is %zu", static_cast<size_t>(timerCount));
+        return nullptr;
+    }
+    (void)krv::memset_s(grp, bytes, 0, bytes);
+    return grp;
+}
+
+// True when grp is live, tmrSn addresses one of its timers and it has a callback and a live pool.
+// Timer mutex held.
+bool KrvRelTmrGrpInfoValidCheck(const KrvRelTmrGrpInfo *grp, uint64_t tmrSn)
+{
+    if (grp == nullptr || grp->initFlag != KRV_RELTMR_INIT_FLAG || tmrSn >= grp->timerCount ||
+        grp->callback == nullptr || !KrvRelTmrPoolHandleValidCheck(grp->pool)) {
+        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrGrpInfoValidCheck]:grpInfo invalid, tmrSn is %zu.", static_cast<size_t>(tmrSn));
+        return false;
+    }
+    return true;
+}
+
+// Adds delta (+1 or -1) to the pool's group count, which KRV_RelTimerFini reads under the timer mutex.
+void KrvRelTmrGrpCountAdd(KrvRelTmrCtrl *ctrl, KrvRelTmrPool *pool, uint32_t delta)
+{
+    KRV_OsalMutexLock(ctrl->tmrMutex);
+    pool->grpCount += delta;
+    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+}
+
+}  // namespace
+
+}  // namespace krv::reltmr
+
+using namespace krv::reltmr;
+
+extern "C" {
+
+uint32_t KRV_RelTimerGrpCreate(KrvRelTmrGrpInfo **timerGrp, KrvRelTmrPool *pool, uint64_t maxTimer,
+                               KrvRelTmrCallBack callback)
+{
+    if (!KrvRelTmrIsInitialized()) {
+        KRV_DIAG(kNotInitialized, "[MERILUX-KRV_ReltimerGrpCreate]:relative timer module has not been initialized!");
+        return kNotInitialized;
+    }
+    if (maxTimer == 0 || callback == nullptr || timerGrp == nullptr || !KrvRelTmrPoolHandleValidCheck(pool)) {
+        KRV_DIAG(kInvalid, "[MERILUX-KRV_ReltimerGrpCreate]:Param invalid maxTimer(%u).", static_cast<unsigned>(maxTimer));
+        return kInvalid;
+    }
+    KrvRelTmrCtrl *ctrl = Ctrl();
+    KRV_OsalMutexLock(ctrl->grpMutex);
+    KrvRelTmrGrpInfo *grp = KrvRelTmrGrpAlloc(maxTimer);
+    if (grp == nullptr) {
+        KRV_OsalMutexUnLock(ctrl->grpMutex);
+        KRV_DIAG(kNoMemory, "[MERILUX-KRV_ReltimerGrpCreate]:Malloc fail");
+        return kNoMemory;
+    }
+    grp->timerCount = maxTimer;
+    grp->initFlag = KRV_RELTMR_INIT_FLAG;
+    grp->pool = pool;
+    grp->callback = callback;
+    KrvRelTmrGrpCountAdd(ctrl, pool, 1);
+    *timerGrp = grp;
+    KRV_OsalMutexUnLock(ctrl->grpMutex);
+    return 0;
+}
+
+uint32_t KRV_RelTimerGrpFree(KrvRelTmrGrpInfo *timerGrp)
+{
+    if (!KrvRelTmrIsInitialized()) {
+        KRV_DIAG(kNotInitialized, "[MERILUX-KRV_RelTimerGrpFree]:relative timer module has not been initialized!");
+        return kNotInitialized;
+    }
+    KrvRelTmrCtrl *ctrl = Ctrl();
+    KRV_OsalMutexLock(ctrl->grpMutex);
+    if (timerGrp == nullptr || timerGrp->initFlag != KRV_RELTMR_INIT_FLAG) {
+        KRV_OsalMutexUnLock(ctrl->grpMutex);
+        KRV_DIAG(kInvalid,
+                 "[MERILUX-KRV_RelTimerGrpFree]:timerGrp is null, or (KrvRelTmrGrpInfo *)timerGrp->initFlag != "
+                 "KRV_RELTMR_INIT_FLAG.");
+        return kInvalid;
+    }
+    for (uint64_t sn = 0; sn < timerGrp->timerCount; ++sn) {
+        KRV_OsalMutexLock(ctrl->tmrMutex);
+        if (timerGrp->handles[sn] != nullptr) {
+            uint32_t ret = KRV_RelTimerStop(&timerGrp->handles[sn]);
+            if (ret != 0) {
+                // The group stays valid so the caller can retry once the cause is gone.
+                KRV_OsalMutexUnLock(ctrl->tmrMutex);
+                KRV_OsalMutexUnLock(ctrl->grpMutex);
+                return ret;
+            }
+        }
+        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    }
+    timerGrp->initFlag = kFreedFlag;
+    KrvRelTmrGrpCountAdd(ctrl, timerGrp->pool, static_cast<uint32_t>(-1));
+    KRV_OsalMutexUnLock(ctrl->grpMutex);
+    KRV_OsalMemFree(timerGrp);
+    return 0;
+}
+
+uint32_t KRV_RelTimerofGrpStart(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn, uint32_t intervalMs, uint32_t param,
+                                uint32_t mode)
+{
+    if (!KrvRelTmrIsInitialized()) {
+        KRV_DIAG(kNotInitialized, "[MERILUX-KRV_RelTimerofGrpStart]:relative timer module has not been initialized!");
+        return kNotInitialized;
+    }
+    auto modeByte = static_cast<uint8_t>(mode);
+    KrvRelTmrCtrl *ctrl = Ctrl();
+    KRV_OsalMutexLock(ctrl->grpMutex);
+    KRV_OsalMutexLock(ctrl->tmrMutex);
+    bool valid = KrvRelTmrGrpInfoValidCheck(timerGrp, tmrSn) && modeByte <= KRV_RELTMR_MODE_PERIODIC;
+    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    if (!valid) {
+        KRV_OsalMutexUnLock(ctrl->grpMutex);
+        KRV_DIAG(kInvalid, "[MERILUX-KRV_RelTimerofGrpStart]:Param invalid, mode is %u, tmrSn is %u", modeByte,
+                 static_cast<unsigned>(tmrSn));
+        return kInvalid;
+    }
+    KrvRelTmrFuncInfo funcInfo = {timerGrp->callback, tmrSn, param};
+    uint32_t ret = KrvStartRelTimer(&timerGrp->handles[tmrSn], timerGrp->pool, intervalMs, modeByte, &funcInfo);
+    if (ret != 0) {
+        KRV_DIAG(ret, "[MERILUX-KRV_RelTimerofGrpStart]:KrvStartRelTimer failed, ret is %u", ret);
+    }
+    KRV_OsalMutexUnLock(ctrl->grpMutex);
+    return ret;
+}
+
+uint32_t KRV_RelTimerofGrpStop(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn)
+{
+    if (!KrvRelTmrIsInitialized()) {
+        KRV_DIAG(kNotInitialized, "[MERILUX-KRV_RelTimerofGrpStop]:relative timer module has not been initialized!");
+        return kNotInitialized;
+    }
+    KrvRelTmrCtrl *ctrl = Ctrl();
+    KRV_OsalMutexLock(ctrl->grpMutex);
+    if (timerGrp == nullptr) {
+        KRV_OsalMutexUnLock(ctrl->grpMutex);
+        KRV_DIAG(kInvalid, "[MERILUX-KRV_RelTimerofGrpStop]:Param invalid.");
+        return kInvalid;
+    }
+    if (timerGrp->initFlag != KRV_RELTMR_INIT_FLAG || tmrSn >= timerGrp->timerCount) {
+        uint64_t count = timerGrp->timerCount;
+        uint32_t flag = timerGrp->initFlag;
+        KRV_OsalMutexUnLock(ctrl->grpMutex);
+        KRV_DIAG(kInvalid, "[MERILUX-KRV_RelTimerofGrpStop]:Param invalid(%zu,%zu,%u)", static_cast<size_t>(tmrSn),
+                 static_cast<size_t>(count), flag);
+        return kInvalid;
+    }
+    KRV_OsalMutexLock(ctrl->tmrMutex);
+    uint32_t ret = 0;
+    if (timerGrp->handles[tmrSn] != nullptr) {
+        ret = KRV_RelTimerStop(&timerGrp->handles[tmrSn]);
+        // A handle that cannot be stopped refers to nothing live; keeping it would block the group's free.
+        timerGrp->handles[tmrSn] = nullptr;
+        if (ret != 0) {
+            KRV_DIAG(ret, "[MERILUX-KRV_RelTimerofGrpStop]:Failed to stop timer.");
+        }
+    }
+    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    KRV_OsalMutexUnLock(ctrl->grpMutex);
+    return ret;
+}
+
+}  // extern "C"

@@ -1,0 +1,65 @@
+// Records and operations shared by the sources of the relative timer module.
+//
+// Locking: the timer mutex guards the wheel, every node, every pool's free list and counters, the
+// current tick and the flags; the group mutex guards group records and is always taken before the
+// timer mutex. Both are recursive, and the timer mutex is released while a callback runs.
+#ifndef KRV_RELTMR_INTERNAL_H
+#define KRV_RELTMR_INTERNAL_H
+
+#include <pthread.h>
+
+#include <cstdint>
+
+#include "krv_osalsync.h"
+#include "krv_reltmr.h"
+#include "reltmr/krv_reltmr_wheel.h"
+
+namespace krv::reltmr {
+
+// The module record; exactly one exists while any pool does.
+struct KrvRelTmrCtrl {
+    uint64_t lastSec;  // monotonic time of the previous pass (0 and 0 before the first)
+    uint64_t lastNsec;
+    KrvMutex tmrMutex;
+    KrvMutex grpMutex;
+    KrvRelTmrBucket *buckets;  // kWheelSize buckets
+    pthread_t trigThread;
+    uint64_t residualNs;  // elapsed time not yet turned into a whole tick, below one tick
+    uint32_t wheelMask;
+    uint32_t revolutionMask;
+    uint32_t wheelSize;
+    uint32_t curTick;  // ticks since the module was created, wrapping
+    uint32_t poolCount;
+    uint32_t cbRunning;  // 1 while the trigger thread is inside a callback
+    uint8_t stopping;    // set once the last pool is being finalised
+};
+
+constexpr uint32_t kFreedFlag = ~KRV_RELTMR_INIT_FLAG;
+constexpr uint64_t kNsPerTick = 10000000;
+
+// The module record, or null while the module does not exist.
+KrvRelTmrCtrl *Ctrl();
+
+// True when the module exists and is not stopping; otherwise logs why and returns false.
+bool KrvRelTmrIsInitialized();
+
+// True when pool is non-null and valid; otherwise logs "timer pool handle is invalid" and returns false.
+bool KrvRelTmrPoolHandleValidCheck(const KrvRelTmrPool *pool);
+
+// Takes node out of the wheel and frees it (RUNNING), or marks it STOPPED for the trigger thread to
+// finish (TIMEOUT); returns 0, or 22 for any other status. Timer mutex held.
+uint32_t KrvRelTmrStop(KrvRelTmrNode *node);
+
+// Returns node to its pool's free list and clears the handle that still refers to it. Timer mutex held.
+void KrvRelTmrFree(KrvRelTmrNode *node);
+
+// Starts a timer from pool, restarting over a running *handle; returns 0, 22 or 12. Takes the timer mutex.
+uint32_t KrvStartRelTimer(KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t intervalMs, uint8_t mode,
+                          const KrvRelTmrFuncInfo *funcInfo);
+
+// Body of the trigger thread: advances the wheel from the monotonic clock and runs due callbacks.
+void *KrvRelTmrTrigTaskEntry(void *unused);
+
+}  // namespace krv::reltmr
+
+#endif  // KRV_RELTMR_INTERNAL_H

@@ -1,0 +1,165 @@
+// Starting and stopping callback timers through their handles.
+#include <cstdint>
+
+#include "krv_osalsync.h"
+#include "krv_reltmr.h"
+#include "log/krv_diag.h"
+#include "reltmr/krv_reltmr_internal.h"
+
+namespace {
+constexpr char kKrvSource[] = "krv_reltmr";
+constexpr uint32_t kNoMemory = 12;
+constexpr uint32_t kInvalid = 22;
+constexpr uint32_t kNotInitialized = 124;
+constexpr uint32_t kMsPerTick = 10;
+}  // namespace
+
+namespace krv::reltmr {
+
+namespace {
+
+bool KrvRelTmrFuncInfoValidCheck(const KrvRelTmrFuncInfo *funcInfo)
+{
+    if (funcInfo == nullptr || funcInfo->callback == nullptr) {
+        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrFuncInfoValidCheck]:FuncInfo is NULL.");
+        return false;
+    }
+    return true;
+}
+
+// Validates a start in the established order; logs the reason and returns false when refused.
+// Timer mutex held.
+bool KrvRelTmrStartParamCheck(KrvRelTmrNode **handle, const KrvRelTmrPool *pool, uint8_t mode,
+                              const KrvRelTmrFuncInfo *funcInfo)
+{
+    // A periodic timer without a handle could never be stopped.
+    bool valid = !(handle == nullptr && mode == KRV_RELTMR_MODE_PERIODIC) && KrvRelTmrPoolHandleValidCheck(pool) &&
+                 KrvRelTmrFuncInfoValidCheck(funcInfo) && mode <= KRV_RELTMR_MODE_PERIODIC;
+    if (!valid) {
+        KRV_DIAG(kInvalid, "[MERILUX-KRV_CallBackRelTimerStart]:Inval Param mode %d", mode);
+    }
+    return valid;
+}
+
+}  // namespace
+
+uint32_t KrvRelTmrStop(KrvRelTmrNode *node)
+{
+    KrvRelTmrCtrl *ctrl = Ctrl();
+    switch (node->status) {
+        case KRV_RELTMR_STATUS_RUNNING:
+            WheelRemove(ctrl->buckets, node);
+            KrvRelTmrFree(node);
+            return 0;
+        case KRV_RELTMR_STATUS_TIMEOUT:
+            // Collected already: the trigger thread sees the mark and finishes the node without waiting here.
+            node->status = KRV_RELTMR_STATUS_STOPPED;
+            return 0;
+        default:
+            KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrStop]:status wrong,%u,%u", node->status, node->interval);
+            return kInvalid;
+    }
+}
+
+uint32_t KrvStartRelTimer(KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t intervalMs, uint8_t mode,
+                          const KrvRelTmrFuncInfo *funcInfo)
+{
+    KrvRelTmrCtrl *ctrl = Ctrl();
+    KRV_OsalMutexLock(ctrl->tmrMutex);
+    if (handle != nullptr && *handle != nullptr) {
+        KrvRelTmrNode *old = *handle;
+        if (old->handleSlot == handle) {
+            uint32_t ret = KrvRelTmrStop(old);
+            if (ret != 0) {
+                KRV_OsalMutexUnLock(ctrl->tmrMutex);
+                KRV_DIAG(ret, "[MERILUX-KrvStartRelTimer]:stop fail");
+                return ret;
+            }
+            // A node still finishing on the trigger thread must not reach back into a handle that
+            // now belongs to the new timer (or to memory the caller has released).
+            old->handleSlot = nullptr;
+        }
+        *handle = nullptr;
+    }
+    KrvRelTmrNode *node = pool->freeHead;
+    if (node->next == nullptr) {
+        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+        KRV_DIAG(kNoMemory, "[MERILUX-KrvStartRelTimer]:no free reltimer");
+        return kNoMemory;
+    }
+    pool->freeHead = node->next;
+    node->mode = mode;
+    node->handleSlot = handle;
+    node->pool = pool;
+    node->callback = funcInfo->callback;
+    node->param = funcInfo->param;
+    node->interval = intervalMs / kMsPerTick;
+    node->arg = funcInfo->arg;
+    ++pool->usedCount;
+    WheelInsert(ctrl->buckets, ctrl->curTick, node);
+    if (handle != nullptr) {
+        *handle = node;
+    }
+    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    return 0;
+}
+
+}  // namespace krv::reltmr
+
+using namespace krv::reltmr;
+
+extern "C" {
+
+uint32_t KRV_CallBackRelTimerStart(KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t intervalMs, uint32_t mode,
+                                   const KrvRelTmrFuncInfo *funcInfo)
+{
+    if (!KrvRelTmrIsInitialized()) {
+        KRV_DIAG(kNotInitialized, "[MERILUX-KRV_CallBackRelTimerStart]:relative timer module has not been initialized!");
+        return kNotInitialized;
+    }
+    auto modeByte = static_cast<uint8_t>(mode);
+    KrvRelTmrCtrl *ctrl = Ctrl();
+    KRV_OsalMutexLock(ctrl->tmrMutex);
+    bool valid = KrvRelTmrStartParamCheck(handle, pool, modeByte, funcInfo);
+    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    if (!valid) {
+        return kInvalid;
+    }
+    uint32_t ret = KrvStartRelTimer(handle, pool, intervalMs, modeByte, funcInfo);
+    if (ret != 0) {
+        KRV_DIAG(ret, "[MERILUX-KRV_CallBackRelTimerStart]:KrvStartRelTimer failed, ret is %u", ret);
+    }
+    return ret;
+}
+
+uint32_t KRV_RelTimerStop(KrvRelTmrNode **handle)
+{
+    if (!KrvRelTmrIsInitialized()) {
+        KRV_DIAG(kNotInitialized, "[MERILUX-KRV_RelTimerStop]:relative timer module has not been initialized!");
+        return kNotInitialized;
+    }
+    if (handle == nullptr) {
+        KRV_DIAG(kInvalid, "[MERILUX-KRV_RelTimerStop]:param invalid");
+        return kInvalid;
+    }
+    KrvRelTmrCtrl *ctrl = Ctrl();
+    KRV_OsalMutexLock(ctrl->tmrMutex);
+    KrvRelTmrNode *node = *handle;
+    if (node == nullptr) {
+        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+        return 0;
+    }
+    uint32_t ret = KrvRelTmrStop(node);
+    if (ret == 0) {
+        // A stale handle still stops whatever its node runs now; the line tells the caller so.
+        if (node->handleSlot != handle) {
+            KRV_DIAG(kInvalid, "[MERILUX-KRV_RelTimerStop]:param invalid");
+        }
+        *handle = nullptr;
+        node->handleSlot = nullptr;
+    }
+    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    return ret;
+}
+
+}  // extern "C"

@@ -1,0 +1,105 @@
+// The trigger thread: advances the wheel by the ticks the monotonic clock shows and runs due callbacks.
+#include <ctime>
+
+#include "krv_osal.h"
+#include "krv_osalsync.h"
+#include "log/krv_diag.h"
+#include "reltmr/krv_reltmr_clock.h"
+#include "reltmr/krv_reltmr_internal.h"
+
+namespace {
+constexpr char kKrvSource[] = "krv_reltmr";
+constexpr uint32_t kInvalid = 22;
+constexpr uint32_t kPassSleepUs = 10000;
+}  // namespace
+
+namespace krv::reltmr {
+
+namespace {
+
+// Runs a callback with the timer mutex released so it may start and stop timers itself; the
+// running flag lets KRV_RelTimerFini wait for it. Entered and left with the timer mutex held.
+void KrvRelTmrCallOut(KrvRelTmrCtrl *ctrl, const KrvRelTmrNode *node)
+{
+    KrvRelTmrCallBack callback = node->callback;
+    uint64_t arg = node->arg;
+    uint32_t param = node->param;
+    ctrl->cbRunning = 1;
+    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    try {
+        callback(arg, param);
+    } catch (...) {
+        // A throwing callback must not take the trigger thread, and every other timer, down with it.
+    }
+    KRV_OsalMutexLock(ctrl->tmrMutex);
+    ctrl->cbRunning = 0;
+}
+
+// Finishes one collected node: calls it unless it was stopped meanwhile, then re-arms a periodic
+// timer one period past the current tick or returns the node to its pool. A periodic node stopped
+// between collection and its call is left alone and stays counted as used; that is established
+// behaviour. Timer mutex held.
+void KrvRelTmrDispatch(KrvRelTmrCtrl *ctrl, KrvRelTmrNode *node)
+{
+    bool periodic = (node->mode & KRV_RELTMR_MODE_PERIODIC) != 0;
+    if (node->status != KRV_RELTMR_STATUS_TIMEOUT) {
+        if (!periodic) {
+            KrvRelTmrFree(node);
+        }
+        return;
+    }
+    if (!periodic) {
+        // The handle reads empty from here on, inside the callback too.
+        if (node->handleSlot != nullptr && *node->handleSlot == node) {
+            *node->handleSlot = nullptr;
+        }
+        node->handleSlot = nullptr;
+    }
+    KrvRelTmrCallOut(ctrl, node);
+    if (periodic && node->status == KRV_RELTMR_STATUS_TIMEOUT) {
+        WheelInsert(ctrl->buckets, ctrl->curTick, node);
+    } else {
+        KrvRelTmrFree(node);
+    }
+}
+
+// Moves the wheel on by ticks and dispatches everything that fell due, in bucket order.
+void KrvRelTmrTurn(KrvRelTmrCtrl *ctrl, uint64_t ticks)
+{
+    KRV_OsalMutexLock(ctrl->tmrMutex);
+    uint32_t oldTick = ctrl->curTick;
+    ctrl->curTick = oldTick + static_cast<uint32_t>(ticks);
+    KrvRelTmrNode *expired = nullptr;
+    WheelCollect(ctrl->buckets, oldTick, ctrl->curTick, &expired);
+    for (KrvRelTmrNode *node = ListPopFront(&expired); node != nullptr; node = ListPopFront(&expired)) {
+        KrvRelTmrDispatch(ctrl, node);
+    }
+    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+}
+
+}  // namespace
+
+void *KrvRelTmrTrigTaskEntry(void *)
+{
+    KrvRelTmrCtrl *ctrl = Ctrl();
+    for (;;) {
+        KRV_OsalMutexLock(ctrl->tmrMutex);
+        bool stopping = ctrl->stopping != 0;
+        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+        timespec now{};
+        (void)clock_gettime(CLOCK_MONOTONIC, &now);
+        uint64_t ticks = 0;
+        if (KrvPassTickGet(ctrl, static_cast<uint64_t>(now.tv_sec), static_cast<uint64_t>(now.tv_nsec), &ticks)) {
+            KrvRelTmrTurn(ctrl, ticks);
+        } else {
+            KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrTrigTaskEntry]:Tick pass get failed.");
+        }
+        // The pass that saw the flag was the last; the joining KRV_RelTimerFini need not wait a nap.
+        if (stopping) {
+            return nullptr;
+        }
+        KRV_OsalTaskDelay(0, kPassSleepUs);
+    }
+}
+
+}  // namespace krv::reltmr
