@@ -70,11 +70,16 @@ void RecordClear(ErrorRecord *record)
     }
 }
 
-// Returns the caller's record, or null when it has no node or its node has no record.
-ErrorRecord *SelfRecord()
+// Runs op on the caller's record under the module lock. Threads without a node, or whose record
+// could not be allocated, are left alone: to them the stack is empty.
+void SelfRecordApply(void (*op)(ErrorRecord *record))
 {
+    KrvMutex lock = krv::eno::ModuleLock();
     AvlNode *node = krv::eno::AvlFind(g_root, SelfId());
-    return node == nullptr ? nullptr : node->stack;
+    if (node != nullptr && node->stack != nullptr) {
+        op(node->stack);
+    }
+    KRV_OsalMutexUnLock(lock);
 }
 
 // Creates the caller's node holding code (a zero code leaves the ring empty). The count is raised
@@ -212,42 +217,31 @@ uint32_t KRV_EnoLastErrorGet(void)
 
 void KRV_EnoErrorStackClear(void)
 {
-    KrvMutex lock = krv::eno::ModuleLock();
-    ErrorRecord *record = SelfRecord();
-    if (record != nullptr && record->refCount == 0) {
-        RecordClear(record);
-    }
-    KRV_OsalMutexUnLock(lock);
+    SelfRecordApply([](ErrorRecord *record) {
+        if (record->refCount == 0) {
+            RecordClear(record);
+        }
+    });
 }
 
 void KRV_EnoErrorStackForceClear(void)
 {
-    KrvMutex lock = krv::eno::ModuleLock();
-    ErrorRecord *record = SelfRecord();
-    if (record != nullptr) {
-        RecordClear(record);
-    }
-    KRV_OsalMutexUnLock(lock);
+    SelfRecordApply(RecordClear);
 }
 
+/* No upper bound: the 32-bit count simply wraps after 2^32 references. */
 void KRV_EnoErrorRefInc(void)
 {
-    KrvMutex lock = krv::eno::ModuleLock();
-    ErrorRecord *record = SelfRecord();
-    if (record != nullptr) {
-        ++record->refCount;
-    }
-    KRV_OsalMutexUnLock(lock);
+    SelfRecordApply([](ErrorRecord *record) { ++record->refCount; });
 }
 
 void KRV_EnoErrorRefDec(void)
 {
-    KrvMutex lock = krv::eno::ModuleLock();
-    ErrorRecord *record = SelfRecord();
-    if (record != nullptr && record->refCount != 0) {
-        --record->refCount;
-    }
-    KRV_OsalMutexUnLock(lock);
+    SelfRecordApply([](ErrorRecord *record) {
+        if (record->refCount != 0) {
+            --record->refCount;
+        }
+    });
 }
 
 /* References are not consulted: a referenced stack is removed like any other. An empty tree is left

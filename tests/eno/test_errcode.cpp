@@ -1,7 +1,11 @@
-// Composed codes: errno translation, the bit accessors, and routing codes to registered string functions.
+// Composed codes, string routing, and the module lifecycle: errno translation, bit accessors,
+// registration, lookups, and stacks made before the module lock exists.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "krv_osaleno.h"
+#include "support/krv_test_support.h"
 
 namespace {
 
@@ -50,12 +54,33 @@ TEST(EnoCode, RegistrationMatchesNamePrefixAndExactRange)
     EXPECT_STREQ("Unknown", KRV_EnoErrorStrGet(0x0500));
 }
 
-TEST(EnoCode, StringFunctionMayLookUpCodesUnderTheInitialisedLock)
+// Runs last and alone touches the module state: stacks made before init, init and de-init.
+TEST(EnoCode, UnlockedBeforeInitThenLockedAndReset)
 {
-    ASSERT_EQ(0u, KRV_EnoErrCodeInit());
+    // No lock yet, and a limit of 0 that still admits exactly one thread.
+    EXPECT_EQ(0u, KRV_EnoMaxErrorLimitGet());
+    KRV_EnoErrorWrapperPush(0, 2, 3);
+    {
+        krvtest::DiagCapture diags;
+        std::thread([] { KRV_EnoErrorWrapperPush(0, 2, 4); }).join();
+        EXPECT_EQ(std::vector<std::string>{"New Avl Node failed, avlNodeCount:1, maxAvlNodes:"}, diags.Messages());
+    }
+    EXPECT_EQ(0x203u, KRV_EnoLastErrorGet());
+    KRV_EnoErrorWrapperPush(0, 2, 5);
+
+    EXPECT_EQ(22u, KRV_EnoErrCodeDeInit());
+    {
+        krvtest::AllocFailure failMutex(0, 1);
+        EXPECT_EQ(12u, KRV_EnoErrCodeInit());
+    }
+    EXPECT_EQ(0u, KRV_EnoMaxErrorLimitSet(300));
+    EXPECT_EQ(0u, KRV_EnoErrCodeInit());  // frees the early stack and resets the limit
+    EXPECT_EQ(65535u, KRV_EnoMaxErrorLimitGet());
+    EXPECT_EQ(0u, KRV_EnoLastErrorGet());
+
     ASSERT_EQ(0u, KRV_EnoErrorStrFuncRegister("FENRO", 20, 29, NestedText));
     ASSERT_EQ(0u, KRV_EnoErrorStrFuncRegister("ZUD", 10, 19, RowOneText));
     EXPECT_STREQ("row one", KRV_EnoErrorStrGet(0x1500));  // would deadlock on a non-recursive lock
     EXPECT_EQ(0u, KRV_EnoErrCodeDeInit());
-    EXPECT_STREQ("row one", KRV_EnoErrorStrGet(0x1500));  // unlocked again after de-init
+    EXPECT_EQ(22u, KRV_EnoErrCodeDeInit());
 }
