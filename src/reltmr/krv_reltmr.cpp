@@ -13,13 +13,6 @@
 
 namespace {
 constexpr char kKrvSource[] = "krv_reltmr";
-constexpr uint32_t kFailed = 1;
-constexpr uint32_t kBusy = 9;
-constexpr uint32_t kStopping = 11;
-constexpr uint32_t kNoMemory = 12;
-constexpr uint32_t kInvalid = 22;
-constexpr uint32_t kNotInitialized = 124;
-constexpr uint32_t kPoolInUse = 8193;
 // maxTimer is accepted when maxTimer - 1 (unsigned, so 0 wraps) is at most this.
 constexpr uint32_t kMaxTimerLessOne = 59652322;
 constexpr uint32_t kCallbackWaitRetries = 10;

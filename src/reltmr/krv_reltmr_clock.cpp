@@ -7,7 +7,6 @@
 
 namespace {
 constexpr char kKrvSource[] = "krv_reltmr";
-constexpr uint32_t kInvalid = 22;
 constexpr uint64_t kNsPerSec = 1000000000;
 constexpr uint64_t kTicksPerSec = 100;
 // Largest second count whose tick count still fits a signed 64-bit number.

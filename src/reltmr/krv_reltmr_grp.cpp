@@ -11,9 +11,6 @@
 
 namespace {
 constexpr char kKrvSource[] = "krv_reltmr";
-constexpr uint32_t kNoMemory = 12;
-constexpr uint32_t kInvalid = 22;
-constexpr uint32_t kNotInitialized = 124;
 // Largest group whose record size is still accepted.
 constexpr uint64_t kMaxGrpTimers = 0x1FFFFFFFFFFFFFF9ULL;
 }  // namespace

@@ -8,9 +8,6 @@
 
 namespace {
 constexpr char kKrvSource[] = "krv_reltmr";
-constexpr uint32_t kNoMemory = 12;
-constexpr uint32_t kInvalid = 22;
-constexpr uint32_t kNotInitialized = 124;
 constexpr uint32_t kMsPerTick = 10;
 }  // namespace
 

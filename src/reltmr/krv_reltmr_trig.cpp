@@ -9,7 +9,6 @@
 
 namespace {
 constexpr char kKrvSource[] = "krv_reltmr";
-constexpr uint32_t kInvalid = 22;
 constexpr uint32_t kPassSleepUs = 10000;
 }  // namespace
 

@@ -56,20 +56,17 @@ TEST(RelTimerApi, ModuleLifecycleMessagesAndOneTriggerThread)
     krvtest::DiagCapture diags;
     KrvRelTmrNode *h = nullptr;
     KrvRelTmrFuncInfo info = {Count, 0, 0};
-    EXPECT_EQ(KRV_RelTimerFini(nullptr), 124u);
-    EXPECT_EQ(KRV_CallBackRelTimerStart(&h, nullptr, 10, 0, &info), 124u);
-    EXPECT_EQ(KRV_RelTimerStop(&h), 124u);
-    EXPECT_EQ(KRV_RelTimerGrpCreate(nullptr, nullptr, 1, Count), 124u);
-    EXPECT_EQ(KRV_RelTimerGrpFree(nullptr), 124u);
-    EXPECT_EQ(KRV_RelTimerofGrpStart(nullptr, 0, 10, 0, 0), 124u);
-    EXPECT_EQ(KRV_RelTimerofGrpStop(nullptr, 0), 124u);
-    const std::string own = "]:relative timer module has not been initialized!";
-    EXPECT_EQ(diags.Messages(), (Msgs{kNotInit, "[MERILUX-KRV_RelTimerFini]:timer pool handle is not initialized",
-                                      kNotInit, "[MERILUX-KRV_CallBackRelTimerStart" + own, kNotInit,
-                                      "[MERILUX-KRV_RelTimerStop" + own, kNotInit, "[MERILUX-KRV_ReltimerGrpCreate" + own,
-                                      kNotInit, "[MERILUX-KRV_RelTimerGrpFree" + own, kNotInit,
-                                      "[MERILUX-KRV_RelTimerofGrpStart" + own, kNotInit,
-                                      "[MERILUX-KRV_RelTimerofGrpStop" + own}));
+    std::vector<uint32_t> codes = {KRV_RelTimerFini(nullptr), KRV_CallBackRelTimerStart(&h, nullptr, 10, 0, &info),
+                        KRV_RelTimerStop(&h), KRV_RelTimerGrpCreate(nullptr, nullptr, 1, Count),
+                        KRV_RelTimerGrpFree(nullptr), KRV_RelTimerofGrpStart(nullptr, 0, 10, 0, 0),
+                        KRV_RelTimerofGrpStop(nullptr, 0)};
+    EXPECT_EQ(codes, std::vector<uint32_t>(7, 124u));
+    Msgs expected = {kNotInit, "[MERILUX-KRV_RelTimerFini]:timer pool handle is not initialized"};
+    for (const char *f : {"KRV_CallBackRelTimerStart", "KRV_RelTimerStop", "KRV_ReltimerGrpCreate", "KRV_RelTimerGrpFree",
+                          "KRV_RelTimerofGrpStart", "KRV_RelTimerofGrpStop"}) {
+        expected.insert(expected.end(), {kNotInit, std::string("[MERILUX-") + f + "]:relative timer module has not been initialized!"});
+    }
+    EXPECT_EQ(diags.Messages(), expected);
 
     KrvRelTmrPool *p1 = nullptr;
     for (uint32_t bad : {0u, 0x80000000u, 59652324u}) {
@@ -85,14 +82,13 @@ TEST(RelTimerApi, ModuleLifecycleMessagesAndOneTriggerThread)
         {"[MERILUX-KrvRelTmrPoolsInit]:mem alloc failed."},
         {"[MERILUX-KrvRelTmrHashInit]:alloc mem:131072 failed"},
     };
-    const uint32_t codes[] = {1, 1, 1, 12, 12, 12};
     for (unsigned skip = 0; skip < 6; ++skip) {
         uint32_t ret;
         {
             krvtest::AllocFailure fail(skip, 1);
             ret = KRV_RelTimerInit(skip == 3 ? 59652323u : 2u, &p1);  // the largest accepted size
         }
-        EXPECT_EQ(ret, codes[skip]) << skip;
+        EXPECT_EQ(ret, skip < 3 ? 1u : 12u) << skip;
         EXPECT_EQ(diags.Messages(), failures[skip]);
         EXPECT_EQ(KRV_RelTimerFini(nullptr), 124u);
         EXPECT_EQ(diags.Messages().front(), kNotInit);
@@ -219,15 +215,6 @@ TEST(RelTimerApi, CallbacksFireAsStartedAndStop)
     EXPECT_EQ(g_selfCalls, 3);
     EXPECT_EQ(g_selfHandle, nullptr);
 
-    KrvRelTmrNode *periodic = nullptr;
-    ASSERT_EQ(KRV_CallBackRelTimerStart(&periodic, pool, 10, 1, &info), 0u);
-    int before = g_calls;
-    EXPECT_TRUE(WaitFor([&] { return g_calls >= before + 5; }));
-    EXPECT_EQ(KRV_RelTimerStop(&periodic), 0u);
-    EXPECT_TRUE(WaitFor([&] { return pool->usedCount == 0; }));
-    int stoppedAt = g_calls;
-    std::this_thread::sleep_for(std::chrono::milliseconds(60));
-    EXPECT_LE(g_calls, stoppedAt + 1);
     EXPECT_EQ(diags.Messages(), Msgs{});
     EXPECT_EQ(KRV_RelTimerFini(pool), 0u);
 }
