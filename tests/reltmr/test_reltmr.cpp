@@ -223,7 +223,7 @@ std::atomic<bool> g_inSlowCallback{false};
 void SlowCallback(uint64_t, uint32_t)
 {
     g_inSlowCallback = true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));  // far longer than the ten naps
     g_inSlowCallback = false;
 }
 

@@ -220,8 +220,9 @@ TEST(RelTimerStress, EveryTimerIsAccountedForAfterConcurrentChurn)
     uint32_t stranded = 0, usedA = 0, usedB = 0;
     for (Clock::time_point limit = Clock::now() + std::chrono::seconds(20); Clock::now() < limit;) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        // A periodic node stopped inside its own call looks stranded until the call returns.
         stranded = Stranded(g_pools[0], poolSize + 1, &usedA);
-        EXPECT_EQ(Stranded(g_pools[1], poolSize + 1, &usedB), 0u);
+        Stranded(g_pools[1], poolSize + 1, &usedB);
         if (g_driverDone && g_liveGrpPeriodics == 0 && usedA == stranded && usedB == 0) {
             break;
         }
@@ -243,6 +244,7 @@ TEST(RelTimerStress, EveryTimerIsAccountedForAfterConcurrentChurn)
     }
     stranded = Stranded(g_pools[0], poolSize + 1, &usedA);
     EXPECT_EQ(usedA, stranded);
+    EXPECT_EQ(Stranded(g_pools[1], poolSize + 1, &usedB), 0u);
     EXPECT_EQ(usedB, 0u);
     std::printf("records %u, periodic nodes stopped while awaiting their call: %u\n", records, stranded);
     EXPECT_EQ(KRV_RelTimerGrpFree(g_grp), 0u);
