@@ -253,19 +253,11 @@ void WriterStop(Context *ctx)
     KRV_OsalMutexUnLock(ctx->bufLock);
     pthread_join(ctx->writer, nullptr);
     LogPathsFree(ctx);
-    for (;;) {
+    for (bool empty = false; !empty;) {
         KRV_OsalMutexLock(ctx->bufLock);
-        int32_t head = ctx->head;
-        if (head == -1) {
-            KRV_OsalMutexUnLock(ctx->bufLock);
-            break;
-        }
-        KRV_OsalMemFree(ctx->lineQueue[head]);
-        ctx->lineQueue[head] = nullptr;
-        if (head == static_cast<int32_t>(ctx->tail)) {
-            ctx->head = -1;
-        } else {
-            ctx->head = head + 1 == static_cast<int32_t>(kQueueSlots) ? 0 : head + 1;
+        empty = ctx->head == -1;
+        if (!empty) {
+            KRV_OsalMemFree(QueueHeadPop(ctx));
         }
         KRV_OsalMutexUnLock(ctx->bufLock);
     }
