@@ -56,6 +56,7 @@ uint32_t ConfigCheck(const KrvLogOpsCfg *cfg)
     return 0;
 }
 
+// The module list's release function: an entry owns its name.
 void ModuleEntryFree(RawListNode *node)
 {
     ModuleEntry *entry = reinterpret_cast<ModuleEntry *>(node);
@@ -263,6 +264,7 @@ void WriterStop(Context *ctx)
     }
 }
 
+// The entry registered under exactly name, or null; the caller holds listLock.
 ModuleEntry *ModuleFind(Context *ctx, const char *name)
 {
     for (RawListNode *node = RawListFront(ctx->moduleList); node != nullptr;
@@ -362,6 +364,7 @@ void KRV_LogOpsFini(void)
     --g_initCount;
 }
 
+/* Names are unique by exact comparison, although routing matches by prefix. */
 uint32_t KRV_LogOpsReg(const char *name, KrvLogHookFunc func)
 {
     using namespace krv::logops;
@@ -389,6 +392,7 @@ uint32_t KRV_LogOpsReg(const char *name, KrvLogHookFunc func)
     return rc;
 }
 
+/* Erasing the entry through the list releases its name with it. */
 uint32_t KRV_LogOpsUnreg(const char *name)
 {
     using namespace krv::logops;
@@ -413,6 +417,7 @@ uint32_t KRV_LogOpsUnreg(const char *name)
     return 60;
 }
 
+/* The level is a plain word read by every hook call without a lock. */
 void KRV_LogOpsFilterSet(uint32_t level)
 {
     Context *ctx = g_context.load();
