@@ -14,11 +14,7 @@
 namespace {
 
 constexpr char kKrvSource[] = "krv_json";
-
-constexpr uint32_t kOk = 0;
-constexpr uint32_t kFail = 1;
-constexpr uint32_t kNoMem = 12;
-constexpr uint32_t kInval = 22;
+using namespace krv::json::status;
 
 // Copies the text of STRING node item into a new block stored in *str at once, so a failed
 // allocation leaves *str null. On a failed copy the block is freed and *str nulled again.
@@ -41,22 +37,32 @@ uint32_t Cast2String(const KrvJson *item, char **str)
     return kOk;
 }
 
-// Looks key up in json and hands out a copy of its text. Arguments are checked by the callers,
-// each with its own rule; *str is written only once the member is known to be a string.
-uint32_t StringMemberCopy(KrvJson *json, const char *key, char **str)
+// Finds member key of json and checks that it is of type expected, logging a mismatch with the
+// caller's text (one %u: the member's actual type). Returns 0 with the member in *item, the
+// lookup's own status, or 1. Arguments are the caller's to check, each getter having its own rule.
+uint32_t TypedMemberGet(KrvJson *json, const char *key, uint32_t expected, const char *mismatchFmt, KrvJson **item)
 {
-    KrvJson *item = nullptr;
-    uint32_t ret = KRV_JsonItemGet(json, key, &item);
+    uint32_t ret = KRV_JsonItemGet(json, key, item);
     if (ret != kOk) {
         return ret;
     }
-    if (item->valueType != KRV_JSON_STRING) {
-        KRV_DIAG(kFail, "valueType isn't STRING：%u", item->valueType);
+    if ((*item)->valueType != expected) {
+        KRV_DIAG(kFail, mismatchFmt, (*item)->valueType);
         return kFail;
     }
-    return Cast2String(item, str);
+    return kOk;
 }
 
+// Looks key up in json and hands out a copy of its text; *str is written only once the member is
+// known to be a string.
+uint32_t StringMemberCopy(KrvJson *json, const char *key, char **str)
+{
+    KrvJson *item = nullptr;
+    uint32_t ret = TypedMemberGet(json, key, KRV_JSON_STRING, "valueType isn't STRING：%u", &item);
+    return ret == kOk ? Cast2String(item, str) : ret;
+}
+
+// True for a non-null ARRAY node: the array getters refuse anything else as a bad argument.
 bool IsArray(const KrvJson *arr)
 {
     return arr != nullptr && arr->valueType == KRV_JSON_ARRAY;
@@ -180,16 +186,11 @@ uint32_t KRV_JsonNumberValueGet(KrvJson *json, const char *key, double *val)
         return kInval;
     }
     KrvJson *item = nullptr;
-    uint32_t ret = KRV_JsonItemGet(json, key, &item);
-    if (ret != kOk) {
-        return ret;
+    uint32_t ret = TypedMemberGet(json, key, KRV_JSON_NUMBER, "valueType：%u isn't NUMBER", &item);
+    if (ret == kOk) {
+        *val = item->numberValue;
     }
-    if (item->valueType != KRV_JSON_NUMBER) {
-        KRV_DIAG(kFail, "valueType：%u isn't NUMBER", item->valueType);
-        return kFail;
-    }
-    *val = item->numberValue;
-    return kOk;
+    return ret;
 }
 
 uint32_t KRV_JsonStringValueGet(KrvJson *json, const char *key, char **str)
@@ -226,16 +227,11 @@ uint32_t KRV_JsonArrayGet(KrvJson *json, const char *key, KrvJson **jsonArrPtr)
         return kInval;
     }
     KrvJson *item = nullptr;
-    uint32_t ret = KRV_JsonItemGet(json, key, &item);
-    if (ret != kOk) {
-        return ret;
+    uint32_t ret = TypedMemberGet(json, key, KRV_JSON_ARRAY, "valueType isn't ARRAY : %u", &item);
+    if (ret == kOk) {
+        *jsonArrPtr = item;
     }
-    if (item->valueType != KRV_JSON_ARRAY) {
-        KRV_DIAG(kFail, "valueType isn't ARRAY : %u", item->valueType);
-        return kFail;
-    }
-    *jsonArrPtr = item;
-    return kOk;
+    return ret;
 }
 
 /* A thin wrapper on the lookup, so an absent key or a non-object still leaves the lookup's line. */

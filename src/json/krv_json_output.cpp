@@ -16,11 +16,7 @@
 namespace {
 
 constexpr char kKrvSource[] = "krv_json";
-
-constexpr uint32_t kOk = 0;
-constexpr uint32_t kFail = 1;
-constexpr uint32_t kNoMem = 12;
-constexpr uint32_t kInval = 22;
+using namespace krv::json::status;
 
 // Children one container may have in the output.
 constexpr uint32_t kMaxChildren = 50;

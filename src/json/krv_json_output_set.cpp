@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "json/krv_json_internal.h"
+#include "json/krv_json_types.h"
 #include "krv_json.h"
 #include "krv_osal.h"
 #include "log/krv_diag.h"
@@ -14,11 +15,7 @@
 namespace {
 
 constexpr char kKrvSource[] = "krv_json";
-
-constexpr uint32_t kOk = 0;
-constexpr uint32_t kFail = 1;
-constexpr uint32_t kNoMem = 12;
-constexpr uint32_t kInval = 22;
+using namespace krv::json::status;
 
 // Longest string value a setter accepts, the same bound the parser puts on strings.
 constexpr size_t kMaxStringLen = 4096;
