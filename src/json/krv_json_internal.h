@@ -31,7 +31,9 @@ uint32_t ItemAddToObject(const char *key, KrvJson *child, KrvJson *object);
 // Advances pos over every byte <= 0x20 (NUL included) while pos < len.
 void SkipWhitespace(Cursor *cursor);
 // Parses one value at the cursor into *out, continuing the process-wide nesting counter without
-// resetting it. Returns 0, 1, 12 or 22; on failure *out is null and nothing is leaked.
+// resetting it. Returns 0, 1, 12 or 22; on failure *out is null and nothing is leaked. Uses a
+// bounded amount of call stack whatever the nesting; a text nested deeper than any acceptable
+// document whose parser frames cannot be allocated fails with 12, "Krv Json Value Parse malloc failed".
 uint32_t ValueParse(Cursor *cursor, KrvJson **out);
 
 // Sets the process-wide nesting counter back to 0, as every parse of a whole document does.

@@ -199,8 +199,9 @@ bool FrameStackGrow(FrameStack *stack)
     void *grown;
     if (stack->frames == stack->inlineFrames) {
         grown = KRV_OsalMemAlloc(newBytes);
-        if (grown != nullptr) {
-            krv::memcpy_s(grown, newBytes, stack->inlineFrames, oldBytes);
+        if (grown != nullptr && krv::memcpy_s(grown, newBytes, stack->inlineFrames, oldBytes) != 0) {
+            KRV_OsalMemFree(grown);
+            grown = nullptr;
         }
     } else {
         grown = KRV_OsalMemRealloc(stack->frames, newBytes, oldBytes);
