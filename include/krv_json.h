@@ -90,7 +90,7 @@ uint32_t KRV_JsonArraySizeGet(KrvJson *arr, uint32_t *size);
 uint32_t KRV_JsonArrayItemGet(KrvJson *arr, uint32_t index, KrvJson **item);
 /* Copies string element index into a new block *str (free with KRV_JsonStringValueFree); returns 0, 22, 12 or 1. */
 uint32_t KRV_JsonArrayStringValueGet(KrvJson *arr, uint32_t index, char **str);
-/* Reads number element index into *val; returns 0, 22 (not a number array) or 1 (bad index, non-number element). */
+/* Reads number element index into *val; returns 0, 22 (not a number array) or 1 (bad index). */
 uint32_t KRV_JsonArrayNumberValueGet(KrvJson *arr, uint32_t index, double *val);
 
 /* Writes a tree of objects, arrays and strings as compact, unescaped text into a new block *jsonStr (free with

@@ -157,15 +157,12 @@ TEST_F(JsonAccess, ArrayGettersCheckTypeBoundsAndTheWalk)
                                "22 invaild param", "1 index：2 error, arrLen: 2", "1 index：4294967295 error, arrLen: 2",
                                "1 index：0 error, arrLen: 0"}));
 
-    // The walk stops at the end of a list shorter than arrLen; an element swapped in by a setter
-    // is not read as a number.
+    // The walk stops at the end of a list shorter than arrLen.
     strs->arrLen = 5;
     EXPECT_EQ(KRV_JsonArrayItemGet(strs, 4, &item), 1u);
     strs->arrLen = 2;
-    ASSERT_EQ(KRV_JsonArrayValueSet(nums, "", "[]"), 0u);
-    EXPECT_EQ(KRV_JsonArrayNumberValueGet(nums, 0, &val), 1u);
     EXPECT_TRUE(item == nullptr && val == 2.5);
-    EXPECT_EQ(Logged(), (Lines{"1 arr item get failed, idx: 4, i: 2", "1 valueType：5 isn't NUMBER"}));
+    EXPECT_EQ(Logged(), (Lines{"1 arr item get failed, idx: 4, i: 2"}));
 }
 
 }  // namespace
