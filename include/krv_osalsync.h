@@ -60,17 +60,24 @@ uint32_t KRV_OsalRWWriteLock(KrvRWLock rwLock);
 /* Releases a read or write lock; a null handle is ignored. */
 void KRV_OsalRWUnlock(KrvRWLock rwLock);
 
-/* Sequentially consistent operations on a caller's 32-bit word; each returns the value before. */
+/* The atomics work on a caller's aligned 32-bit word and are full barriers, except the plain Get. */
+/* Adds value to *p; returns the value before. */
 uint32_t KRV_OsalAtomicAdd(uint32_t value, uint32_t *p);
+/* Subtracts value from *p (wrapping); returns the value before. */
 uint32_t KRV_OsalAtomicSub(uint32_t value, uint32_t *p);
+/* Adds 1 to *p; returns the value before. */
 uint32_t KRV_OsalAtomicInc(uint32_t *p);
+/* Subtracts 1 from *p, 0 wrapping to 0xFFFFFFFF; returns the value before. */
 uint32_t KRV_OsalAtomicDec(uint32_t *p);
-/* Returns the word by a plain aligned load. */
+/* Returns *p by a plain aligned load, without ordering. */
 uint32_t KRV_OsalAtomicGet(const uint32_t *p);
+/* Stores value in *p by a compare-and-swap loop; returns the value before. */
 uint32_t KRV_OsalAtomicSet(uint32_t value, uint32_t *p);
-/* Returns true when *p held expected and now holds newValue. */
+/* Stores newValue when *p holds expected; returns true when it did. */
 bool KRV_OsalAtomicCas(uint32_t expected, uint32_t newValue, uint32_t *p);
+/* Exchanges *p for value unconditionally; returns the value before. */
 uint32_t KRV_OsalAtomic32TestSet(uint32_t value, uint32_t *p);
+/* The same exchange under its second name; returns the value before. */
 uint32_t KRV_OsalAtomicInt32TestSet(uint32_t value, uint32_t *p);
 
 #ifdef __cplusplus

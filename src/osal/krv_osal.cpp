@@ -15,7 +15,7 @@ namespace {
 
 // Every block carries one header word holding the byte count obtained from malloc.
 constexpr uint64_t kHeaderSize = 8;
-constexpr uint64_t kMaxAllocSize = UINT64_MAX - kHeaderSize - 1;  // 2^64 - 9: size + 8 must not wrap
+constexpr uint64_t kMaxAllocSize = UINT64_MAX - kHeaderSize;  // 2^64 - 9: size + 8 must not wrap
 
 KrvOsalDumpFunc g_sliceDumpFunc = nullptr;
 int64_t g_pageSize = 0;

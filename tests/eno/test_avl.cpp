@@ -1,0 +1,94 @@
+// The thread tree as an internal unit: shape invariants under random churn, and the deletion and
+// rotation choices that decide its exact shape.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <set>
+#include <vector>
+
+#include "eno/krv_avl.h"
+#include "krv_osal.h"
+
+using namespace krv::eno;
+
+namespace {
+
+// Inserts a leaf whose record remembers its key, so a record parted from its key shows.
+AvlNode *Insert(AvlNode *root, uint64_t key)
+{
+    auto *record = static_cast<ErrorRecord *>(KRV_OsalMemCalloc(1, sizeof(ErrorRecord)));
+    record->entries[0] = static_cast<uint32_t>(key);
+    return AvlInsert(root, AvlNodeNew(key, record));
+}
+
+// Checks heights, balance, key bounds and record pairing below node; appends keys in order.
+void Check(const AvlNode *node, uint64_t low, uint64_t high, std::vector<uint64_t> *keys)
+{
+    if (node != nullptr) {
+        uint64_t hs = AvlHeight(node->smaller), hg = AvlHeight(node->greater);
+        ASSERT_EQ(node->height, std::max(hs, hg) + 1);
+        ASSERT_TRUE(hs <= hg + 1 && hg <= hs + 1);
+        ASSERT_TRUE(node->threadId >= low && node->threadId <= high);
+        ASSERT_EQ(node->stack->entries[0], static_cast<uint32_t>(node->threadId));
+        Check(node->smaller, low, node->threadId - 1, keys);
+        keys->push_back(node->threadId);
+        Check(node->greater, node->threadId + 1, high, keys);
+    }
+}
+
+void ExpectTree(const AvlNode *root, const std::set<uint64_t> &expected)
+{
+    std::vector<uint64_t> keys;
+    Check(root, 0, UINT64_MAX, &keys);
+    ASSERT_EQ(keys, std::vector<uint64_t>(expected.begin(), expected.end()));
+}
+
+}  // namespace
+
+TEST(AvlTree, RandomChurnKeepsTreeBalancedOrderedAndComplete)
+{
+    std::mt19937_64 rng(20240611);
+    std::set<uint64_t> keys;
+    AvlNode *root = nullptr;
+    for (int step = 0; step < 3000; ++step) {
+        // Mostly grow, then mostly shrink, so rebalancing runs at many shapes in both directions.
+        bool insert = keys.empty() || rng() % 100 < (step < 2000 ? 70u : 30u);
+        uint64_t key = rng() % 1000 * 0x9E3779B97F4A7C15ull;  // spread over the whole unsigned range
+        if (insert && keys.insert(key).second) {
+            root = Insert(root, key);
+        } else if (!insert) {
+            auto victim = std::next(keys.begin(), rng() % keys.size());
+            root = AvlDelete(root, *victim);
+            keys.erase(victim);
+        }
+        ASSERT_EQ(AvlFind(root, key) != nullptr, keys.count(key) == 1);
+        ASSERT_NO_FATAL_FAILURE(ExpectTree(root, keys));
+    }
+    root = AvlDelete(root, 12345);  // absent: nothing changes
+    ExpectTree(root, keys);
+    AvlFreeAll(root);
+}
+
+TEST(AvlTree, TwoChildDeletionTakesPredecessorAndEqualGrandchildrenRotateOnce)
+{
+    AvlNode *root = nullptr;
+    for (uint64_t key : {20, 10, 30, 5, 15, 25, 35}) {
+        root = Insert(root, key);
+    }
+    AvlNode *top = root;
+    ErrorRecord *predecessorRecord = AvlFind(root, 15)->stack;
+    root = AvlDelete(root, 20);
+    EXPECT_TRUE(root == top && root->threadId == 15 && root->stack == predecessorRecord);
+    ExpectTree(root, {5, 10, 15, 25, 30, 35});
+    AvlFreeAll(root);
+
+    // Deleting 1 leaves 4 heavy with equally tall grandchildren: a single rotation lifts 4, not 3.
+    root = nullptr;
+    for (uint64_t key : {2, 1, 4, 3, 5}) {
+        root = Insert(root, key);
+    }
+    root = AvlDelete(root, 1);
+    EXPECT_EQ(4u, root->threadId);
+    ExpectTree(root, {2, 3, 4, 5});
+    AvlFreeAll(root);
+}
