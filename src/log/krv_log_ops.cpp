@@ -56,6 +56,7 @@ uint32_t ConfigCheck(const KrvLogOpsCfg *cfg)
     return 0;
 }
 
+// The module list's release function: an entry owns its name.
 void ModuleEntryFree(RawListNode *node)
 {
     ModuleEntry *entry = reinterpret_cast<ModuleEntry *>(node);
@@ -253,24 +254,17 @@ void WriterStop(Context *ctx)
     KRV_OsalMutexUnLock(ctx->bufLock);
     pthread_join(ctx->writer, nullptr);
     LogPathsFree(ctx);
-    for (;;) {
+    for (bool empty = false; !empty;) {
         KRV_OsalMutexLock(ctx->bufLock);
-        int32_t head = ctx->head;
-        if (head == -1) {
-            KRV_OsalMutexUnLock(ctx->bufLock);
-            break;
-        }
-        KRV_OsalMemFree(ctx->lineQueue[head]);
-        ctx->lineQueue[head] = nullptr;
-        if (head == static_cast<int32_t>(ctx->tail)) {
-            ctx->head = -1;
-        } else {
-            ctx->head = head + 1 == static_cast<int32_t>(kQueueSlots) ? 0 : head + 1;
+        empty = ctx->head == -1;
+        if (!empty) {
+            KRV_OsalMemFree(QueueHeadPop(ctx));
         }
         KRV_OsalMutexUnLock(ctx->bufLock);
     }
 }
 
+// The entry registered under exactly name, or null; the caller holds listLock.
 ModuleEntry *ModuleFind(Context *ctx, const char *name)
 {
     for (RawListNode *node = RawListFront(ctx->moduleList); node != nullptr;
@@ -370,6 +364,7 @@ void KRV_LogOpsFini(void)
     --g_initCount;
 }
 
+/* Names are unique by exact comparison, although routing matches by prefix. */
 uint32_t KRV_LogOpsReg(const char *name, KrvLogHookFunc func)
 {
     using namespace krv::logops;
@@ -397,6 +392,7 @@ uint32_t KRV_LogOpsReg(const char *name, KrvLogHookFunc func)
     return rc;
 }
 
+/* Erasing the entry through the list releases its name with it. */
 uint32_t KRV_LogOpsUnreg(const char *name)
 {
     using namespace krv::logops;
@@ -421,6 +417,7 @@ uint32_t KRV_LogOpsUnreg(const char *name)
     return 60;
 }
 
+/* The level is a plain word read by every hook call without a lock. */
 void KRV_LogOpsFilterSet(uint32_t level)
 {
     Context *ctx = g_context.load();

@@ -64,6 +64,10 @@ void LocalTimeNow(struct tm *local, long *usec);
 // The backend's KrvLogHookFunc: routes, filters, formats and queues one diagnostic.
 void Hook(uint32_t errCode, uint32_t level, const char *fileName, uint32_t line, const char *msg);
 
+// Removes the line at head from the queue (which must not be empty) and returns it to the caller,
+// who then owns it. The caller holds bufLock.
+char *QueueHeadPop(Context *ctx);
+
 // Writer thread body; arg is the Context. Drains the queue into the ring until the running flag clears.
 void *WriterMain(void *arg);
 

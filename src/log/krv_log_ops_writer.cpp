@@ -1,6 +1,7 @@
 // File log backend, consumer side: the writer thread that drains the line queue into the file ring.
 #include <unistd.h>
 
+#include <cassert>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -69,6 +70,20 @@ void WriteLine(Context *ctx, const char *line)
 
 }  // namespace
 
+char *QueueHeadPop(Context *ctx)
+{
+    int32_t head = ctx->head;
+    assert(head >= 0 && head < static_cast<int32_t>(kQueueSlots));
+    char *line = ctx->lineQueue[head];
+    ctx->lineQueue[head] = nullptr;
+    if (head == static_cast<int32_t>(ctx->tail)) {
+        ctx->head = -1;
+    } else {
+        ctx->head = head + 1 == static_cast<int32_t>(kQueueSlots) ? 0 : head + 1;
+    }
+    return line;
+}
+
 /* The line stays queued while it is written, so the lock is never held across disk I/O. The pass
    that first sees the running flag cleared still handles one line; the rest is discarded by
    finalisation. */
@@ -103,13 +118,7 @@ void *WriterMain(void *arg)
         }
 
         KRV_OsalMutexLock(ctx->bufLock);
-        char *done = ctx->lineQueue[head];
-        ctx->lineQueue[head] = nullptr;
-        if (head == static_cast<int32_t>(ctx->tail)) {
-            ctx->head = -1;
-        } else {
-            ctx->head = head + 1 == static_cast<int32_t>(kQueueSlots) ? 0 : head + 1;
-        }
+        char *done = QueueHeadPop(ctx);
         KRV_OsalMutexUnLock(ctx->bufLock);
         KRV_OsalMemFree(done);
     } while (keepRunning);

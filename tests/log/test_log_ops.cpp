@@ -1,45 +1,46 @@
 // File log backend without files: configuration checks, reference counting, the module registry,
-// routing by tag and the exact line format on standard output.
+// routing by tag, the line format on standard output, and allocation failures.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstring>
+#include <filesystem>
 #include <regex>
 #include <string>
 #include <vector>
 
 #include "krv_log_ops.h"
-#include "log/test_log_ops_util.h"
+#include "log/krv_log_ops_internal.h"
 #include "support/krv_test_support.h"
 
 namespace {
 
-using logopstest::Cfg;
-
 constexpr uint32_t kModule = KRV_LOG_MODE_MODULE;
-constexpr uint32_t kStdout = KRV_LOG_MODE_STDOUT;
 constexpr uint32_t kFile = KRV_LOG_MODE_FILE;
+constexpr uint32_t kStdout = KRV_LOG_MODE_STDOUT;
 
-struct Received {
-    uint32_t code;
-    uint32_t level;
-    std::string file;
-    uint32_t line;
-    std::string msg;
-};
-
-std::vector<Received> g_netSeen;
-std::vector<Received> g_otherSeen;
-
-void NetModule(uint32_t code, uint32_t level, const char *file, uint32_t line, const char *msg)
+KrvLogOpsCfg Cfg(const char *appId, const char *logDir, uint32_t mode, uint32_t size = 5120, uint32_t level = 2)
 {
-    g_netSeen.push_back({code, level, file, line, msg});
+    KrvLogOpsCfg cfg = {};
+    std::strncpy(cfg.appId, appId, sizeof(cfg.appId));
+    cfg.logDir = logDir;
+    cfg.logMode = mode;
+    cfg.logSize = size;
+    cfg.logLevel = level;
+    return cfg;
 }
 
-void OtherModule(uint32_t code, uint32_t level, const char *file, uint32_t line, const char *msg)
+std::vector<std::string> g_seen;  // "<module>:<code>:<level>:<file>:<line>:<msg>"
+void Record(const char *module, uint32_t code, uint32_t level, const char *file, uint32_t line, const char *msg)
 {
-    g_otherSeen.push_back({code, level, file, line, msg});
+    g_seen.push_back(std::string(module) + ":" + std::to_string(code) + ":" + std::to_string(level) + ":" + file +
+                     ":" + std::to_string(line) + ":" + msg);
 }
+void Net(uint32_t c, uint32_t lv, const char *f, uint32_t ln, const char *m) { Record("net", c, lv, f, ln, m); }
+void Ne(uint32_t c, uint32_t lv, const char *f, uint32_t ln, const char *m) { Record("ne", c, lv, f, ln, m); }
 
-// Runs fn with standard output captured and returns what it printed.
 template <typename Fn>
 std::string Printed(Fn fn)
 {
@@ -48,158 +49,143 @@ std::string Printed(Fn fn)
     return capture.Finish();
 }
 
+// The backend's own reports in printed lines, as "<hex code> <message>".
+std::vector<std::string> Reports(const std::string &out)
+{
+    std::vector<std::string> reports;
+    std::regex report("\\[2\\]\\[(0x[0-9a-f]+)\\]\\[krv_log_ops:\\d+\\]([^\n]*)\n");
+    for (auto it = std::sregex_iterator(out.begin(), out.end(), report); it != std::sregex_iterator(); ++it) {
+        reports.push_back((*it)[1].str() + " " + (*it)[2].str());
+    }
+    return reports;
+}
+
 TEST(LogOpsInit, RefusesBadConfigurationWithItsMessages)
 {
     krvtest::TempDir dir;
-    struct Case {
-        KrvLogOpsCfg cfg;
-        bool nullCfg;
-        uint32_t rc;
-        std::vector<std::string> msgs;
-    };
-    std::string slashed = dir.Path() + "/";
-    const std::string longId(32, 'a');
-    std::vector<Case> cases = {
-        {{}, true, 22, {"parameter is NULL", "param check failed"}},
-        {Cfg("app", nullptr, kFile), false, 22,
-         {"logDir is null or log size is valid, log size:5120, log mode:2", "param check failed"}},
-        {Cfg("app", dir.Path().c_str(), kFile | kStdout, 5119), false, 22,
-         {"logDir is null or log size is valid, log size:5119, log mode:6", "param check failed"}},
-        {Cfg("app", slashed.c_str(), kFile), false, 22,
-         {"strcmp fail, realpath:" + dir.Path() + ", path:" + slashed,
-          "logDir realpath check failed, path: " + slashed, "param check failed"}},
-        {Cfg("", dir.Path().c_str(), kFile), false, 22, {"appId is invalid, len: 0", "param check failed"}},
-        // Without the file bit neither the directory nor the size matter, but the appId does.
-        {Cfg("", nullptr, kStdout, 0), false, 22, {"appId is invalid, len: 0", "param check failed"}},
-    };
+    const std::string slashed = dir.Path() + "/";
     KrvLogOpsCfg unterminated = Cfg("", nullptr, kStdout);
-    std::memcpy(unterminated.appId, longId.data(), sizeof(unterminated.appId));
-    cases.push_back({unterminated, false, 22, {"appId is invalid, len: 32", "param check failed"}});
-
-    for (const Case &c : cases) {
+    std::memset(unterminated.appId, 'a', sizeof(unterminated.appId));
+    const KrvLogOpsCfg cfgs[] = {
+        Cfg("app", nullptr, kFile),
+        Cfg("app", dir.Path().c_str(), kFile | kStdout, 5119),
+        Cfg("app", slashed.c_str(), kFile),
+        Cfg("", dir.Path().c_str(), kFile),
+        Cfg("", nullptr, kStdout, 0),  // without the file bit only the appId is checked
+        unterminated,
+    };
+    const std::vector<std::string> expected[] = {
+        {"parameter is NULL"},
+        {"logDir is null or log size is valid, log size:5120, log mode:2"},
+        {"logDir is null or log size is valid, log size:5119, log mode:6"},
+        {"strcmp fail, realpath:" + dir.Path() + ", path:" + slashed, "logDir realpath check failed, path: " + slashed},
+        {"appId is invalid, len: 0"},
+        {"appId is invalid, len: 0"},
+        {"appId is invalid, len: 32"},
+    };
+    for (size_t i = 0; i < std::size(expected); ++i) {
         krvtest::DiagCapture diags;
-        EXPECT_EQ(c.rc, KRV_LogOpsInit(c.nullCfg ? nullptr : &c.cfg));
-        std::vector<krvtest::Diag> got = diags.Take();
-        ASSERT_EQ(c.msgs.size(), got.size()) << c.msgs.back();
-        for (size_t i = 0; i < got.size(); ++i) {
-            EXPECT_EQ(c.msgs[i], got[i].msg);
-            EXPECT_EQ(2u, got[i].level);
-            EXPECT_EQ(c.rc, got[i].code);
+        EXPECT_EQ(22u, KRV_LogOpsInit(i == 0 ? nullptr : &cfgs[i - 1]));
+        std::vector<std::string> msgs;
+        for (const krvtest::Diag &d : diags.Take()) {
+            EXPECT_EQ(22u, d.code);
+            EXPECT_EQ(2u, d.level);
+            msgs.push_back(d.msg);
         }
-        EXPECT_EQ("krv_log_ops", got.back().file);
+        std::vector<std::string> want = expected[i];
+        want.push_back("param check failed");
+        EXPECT_EQ(want, msgs);
     }
-    // Nothing was started: the filter is still the printing path's.
     KRV_LogFilter(3);
-    EXPECT_EQ(3u, KRV_LogOpsFilterGet());
+    EXPECT_EQ(3u, KRV_LogOpsFilterGet()) << "nothing started: the printing path's level shows";
     KRV_LogFilter(2);
-    EXPECT_EQ(124u, KRV_LogOpsReg("net", NetModule));
 }
 
 TEST(LogOpsInit, CountsUsersAndKeepsTheFirstConfiguration)
 {
     KRV_LogOpsFilterSet(5);  // ignored while not initialised
     EXPECT_EQ(2u, KRV_LogOpsFilterGet());
-
     const std::string id31(31, 'x');
     KrvLogOpsCfg first = Cfg(id31.c_str(), nullptr, kStdout, 0, 4);
-    KrvLogOpsCfg second = Cfg("", nullptr, kStdout, 0, 6);  // invalid, but only counted
+    KrvLogOpsCfg invalid = Cfg("", nullptr, kStdout, 0, 6);
     ASSERT_EQ(0u, KRV_LogOpsInit(&first));
-    EXPECT_EQ(0u, KRV_LogOpsInit(&second));
+    EXPECT_EQ(0u, KRV_LogOpsInit(&invalid)) << "later calls only count";
     EXPECT_EQ(4u, KRV_LogOpsFilterGet());
     KRV_LogOpsFilterSet(5);
     EXPECT_EQ(5u, KRV_LogOpsFilterGet());
-    EXPECT_NE(0u, KRV_LogHookReg(NetModule)) << "the backend's hook is installed";
-
+    EXPECT_EQ(22u, KRV_LogHookReg(Net)) << "the backend's hook is installed";
     KRV_LogOpsFini();
     EXPECT_EQ(5u, KRV_LogOpsFilterGet()) << "the first fini only lowers the count";
     KRV_LogOpsFini();
     EXPECT_EQ(2u, KRV_LogOpsFilterGet());
     EXPECT_EQ(1u, KRV_LogHookUnReg()) << "the last fini removed the hook";
-    KRV_LogOpsFini();  // nothing left to undo
+    KRV_LogOpsFini();
+    EXPECT_EQ(124u, KRV_LogOpsReg("net", Net));
     EXPECT_EQ(124u, KRV_LogOpsUnreg("net"));
 }
 
-TEST(LogOpsRegistry, ReturnsItsCodesAndReportsThem)
+TEST(LogOpsRegistry, ReturnsAndReportsItsCodes)
 {
-    KrvLogOpsCfg cfg = Cfg("app", nullptr, kModule | kStdout, 0, 2);
+    KrvLogOpsCfg cfg = Cfg("app", nullptr, kModule | kStdout);
     ASSERT_EQ(0u, KRV_LogOpsInit(&cfg));
-    const std::string name32(32, 'n');
-    const std::string name33(33, 'n');
-    std::string out = Printed([&] {
-        EXPECT_EQ(22u, KRV_LogOpsReg(nullptr, NetModule));
+    std::string out = Printed([] {
+        EXPECT_EQ(22u, KRV_LogOpsReg(nullptr, Net));
         EXPECT_EQ(22u, KRV_LogOpsReg("net", nullptr));
-        EXPECT_EQ(22u, KRV_LogOpsReg(name33.c_str(), NetModule));
-        EXPECT_EQ(0u, KRV_LogOpsReg(name32.c_str(), NetModule));
-        EXPECT_EQ(0u, KRV_LogOpsReg("net", NetModule));
-        EXPECT_EQ(113u, KRV_LogOpsReg("net", OtherModule));
+        EXPECT_EQ(22u, KRV_LogOpsReg(std::string(33, 'n').c_str(), Net));
+        EXPECT_EQ(0u, KRV_LogOpsReg(std::string(32, 'n').c_str(), Net));
+        EXPECT_EQ(0u, KRV_LogOpsReg("net", Net));
+        EXPECT_EQ(113u, KRV_LogOpsReg("net", Ne));
         EXPECT_EQ(60u, KRV_LogOpsUnreg("nat"));
         EXPECT_EQ(22u, KRV_LogOpsUnreg(nullptr));
         EXPECT_EQ(0u, KRV_LogOpsUnreg("net"));
         EXPECT_EQ(60u, KRV_LogOpsUnreg("net"));
-        EXPECT_EQ(0u, KRV_LogOpsReg("net", OtherModule)) << "a removed name can be taken again";
+        EXPECT_EQ(0u, KRV_LogOpsReg("net", Ne)) << "a removed name can be taken again";
     });
-    const std::vector<std::string> expected = {
-        "[2][0x16][krv_log_ops:", "]invalid param\n",     "[2][0x16][krv_log_ops:", "]invalid param\n",
-        "[2][0x16][krv_log_ops:", "]invalid param\n",     "[2][0x71][krv_log_ops:", "]module already reg\n",
-        "[2][0x3c][krv_log_ops:", "]module name(nat) not reg\n", "[2][0x16][krv_log_ops:", "]invalid param\n",
-        "[2][0x3c][krv_log_ops:", "]module name(net) not reg\n",
-    };
-    size_t at = 0;
-    for (const std::string &piece : expected) {
-        at = out.find(piece, at);
-        ASSERT_NE(std::string::npos, at) << piece << " in\n" << out;
-        at += piece.size();
-    }
+    EXPECT_EQ((std::vector<std::string>{"0x16 invalid param", "0x16 invalid param", "0x16 invalid param",
+                                        "0x71 module already reg", "0x3c module name(nat) not reg",
+                                        "0x16 invalid param", "0x3c module name(net) not reg"}),
+              Reports(out))
+        << out;
     KRV_LogOpsFini();  // entries still registered go with the backend
 }
 
-TEST(LogOpsRouting, TaggedLinesGoToTheModuleByPrefix)
+TEST(LogOpsRouting, TaggedLinesGoToTheFirstModuleMatchingByPrefix)
 {
-    KrvLogOpsCfg cfg = Cfg("app", nullptr, kModule | kStdout, 0, 2);
+    KrvLogOpsCfg cfg = Cfg("app", nullptr, kModule | kStdout);
     ASSERT_EQ(0u, KRV_LogOpsInit(&cfg));
-    ASSERT_EQ(0u, KRV_LogOpsReg("net", NetModule));
-    g_netSeen.clear();
+    ASSERT_EQ(0u, KRV_LogOpsReg("net", Net));
+    g_seen.clear();
     std::string out = Printed([] {
         KRV_LogWrite(7, 6, "main.cpp", 42, "[net][V] > retry %d", 3);  // routed whatever the level
-        KRV_LogWrite(0, 2, "main.cpp", 43, "[ne] short tag");          // "ne" is a prefix of "net"
-        KRV_LogWrite(0, 2, "main.cpp", 44, "[nett] longer tag");       // compared over 4 characters
-        KRV_LogWrite(0, 2, "main.cpp", 45, "untagged");
+        KRV_LogWrite(0, 2, "m.c", 1, "[ne] short tag");                // "ne" is a prefix of "net"
+        KRV_LogWrite(0, 2, "m.c", 2, "[nett] longer tag");             // compared over 4 characters
+        KRV_LogWrite(0, 2, "m.c", 3, "untagged");
     });
-    ASSERT_EQ(2u, g_netSeen.size());
-    EXPECT_EQ(7u, g_netSeen[0].code);
-    EXPECT_EQ(6u, g_netSeen[0].level);
-    EXPECT_EQ("main.cpp", g_netSeen[0].file);
-    EXPECT_EQ(42u, g_netSeen[0].line);
-    EXPECT_EQ("[net][V] > retry 3", g_netSeen[0].msg);
-    EXPECT_EQ("[ne] short tag", g_netSeen[1].msg);
+    EXPECT_EQ((std::vector<std::string>{"net:7:6:main.cpp:42:[net][V] > retry 3", "net:0:2:m.c:1:[ne] short tag"}),
+              g_seen);
     EXPECT_EQ(std::string::npos, out.find("retry"));
-    EXPECT_NE(std::string::npos, out.find("[main.cpp:44][nett] longer tag\n"));
-    EXPECT_NE(std::string::npos, out.find("[main.cpp:45]untagged\n"));
+    EXPECT_NE(std::string::npos, out.find("[m.c:2][nett] longer tag\n"));
+    EXPECT_NE(std::string::npos, out.find("[m.c:3]untagged\n"));
 
-    // The other way round a shorter module name does not take a longer tag.
+    // A shorter module name does not take a longer tag; an empty tag matches the first module.
     ASSERT_EQ(0u, KRV_LogOpsUnreg("net"));
-    ASSERT_EQ(0u, KRV_LogOpsReg("ne", OtherModule));
-    g_otherSeen.clear();
-    out = Printed([] { KRV_LogWrite(0, 2, "main.cpp", 46, "[net] not for ne"); });
-    EXPECT_TRUE(g_otherSeen.empty());
-    EXPECT_NE(std::string::npos, out.find("[net] not for ne"));
-
-    // An empty tag matches over zero characters: the first registered module takes it.
-    ASSERT_EQ(0u, KRV_LogOpsReg("net", NetModule));
-    g_netSeen.clear();
-    KRV_LogWrite(0, 2, "main.cpp", 47, "[] anything");
-    EXPECT_EQ(1u, g_otherSeen.size());
-    EXPECT_TRUE(g_netSeen.empty());
+    ASSERT_EQ(0u, KRV_LogOpsReg("ne", Ne));
+    ASSERT_EQ(0u, KRV_LogOpsReg("net", Net));
+    g_seen.clear();
+    out = Printed([] {
+        KRV_LogWrite(0, 2, "m.c", 4, "[net] for net");
+        KRV_LogWrite(0, 2, "m.c", 5, "[] anything");
+    });
+    EXPECT_EQ((std::vector<std::string>{"net:0:2:m.c:4:[net] for net", "ne:0:2:m.c:5:[] anything"}), g_seen);
     KRV_LogOpsFini();
 
-    // Without the module bit nothing is routed.
-    cfg.logMode = kStdout;
+    cfg.logMode = kStdout;  // without the module bit nothing is routed
     ASSERT_EQ(0u, KRV_LogOpsInit(&cfg));
-    ASSERT_EQ(0u, KRV_LogOpsReg("net", NetModule));
-    g_netSeen.clear();
-    out = Printed([] { KRV_LogWrite(0, 2, "main.cpp", 48, "[net] printed"); });
-    EXPECT_TRUE(g_netSeen.empty());
-    EXPECT_NE(std::string::npos, out.find("[main.cpp:48][net] printed\n"));
+    ASSERT_EQ(0u, KRV_LogOpsReg("net", Net));
+    g_seen.clear();
+    out = Printed([] { KRV_LogWrite(0, 2, "m.c", 6, "[net] printed"); });
+    EXPECT_TRUE(g_seen.empty());
+    EXPECT_NE(std::string::npos, out.find("[m.c:6][net] printed\n"));
     KRV_LogOpsFini();
 }
 
@@ -212,25 +198,97 @@ TEST(LogOpsHook, FormatsFiltersAndReportsFormattingFailure)
         KRV_LogWrite(540741635, 4, nullptr, 7, "no file");
         KRV_LogWrite(1, 5, "krv_x", 1, "too verbose");
     });
-    std::regex expected(
-        "\\[\\d{4}\\.\\d{2}\\.\\d{2} \\d{2}:\\d{2}:\\d{2}\\.\\d{6}\\]\\[3\\]\\[0x16\\]\\[krv_x:103\\]param invalid\n"
-        "\\[[0-9. :]{26}\\]\\[4\\]\\[0x203b1003\\]\\[\\(null\\):7\\]no file\n");
-    EXPECT_TRUE(std::regex_match(out, expected)) << out;
-
+    EXPECT_TRUE(std::regex_match(
+        out, std::regex("\\[\\d{4}\\.\\d{2}\\.\\d{2} \\d{2}:\\d{2}:\\d{2}\\.\\d{6}\\]\\[3\\]\\[0x16\\]\\[krv_x:103\\]"
+                        "param invalid\n\\[[0-9. :]{26}\\]\\[4\\]\\[0x203b1003\\]\\[\\(null\\):7\\]no file\n")))
+        << out;
     KRV_LogOpsFilterSet(5);
-    out = Printed([] { KRV_LogWrite(1, 5, "krv_x", 1, "now admitted"); });
-    EXPECT_NE(std::string::npos, out.find("][5][0x1][krv_x:1]now admitted\n")) << out;
+    EXPECT_NE(std::string::npos, Printed([] { KRV_LogWrite(1, 5, "x", 1, "admitted"); }).find("][5][0x1][x:1]admitted\n"));
 
     // Ten-digit numbers overflow the 60 bytes reserved around file and message.
     KRV_LogOpsFilterSet(UINT32_MAX);
-    out = Printed([] { KRV_LogWrite(UINT32_MAX, UINT32_MAX, "f", UINT32_MAX, "hello"); });
-    EXPECT_EQ("log sprintf failed\r\nlog joint failed, log:hello\r\n", out);
+    EXPECT_EQ("log sprintf failed\r\nlog joint failed, log:hello\r\n",
+              Printed([] { KRV_LogWrite(UINT32_MAX, UINT32_MAX, "f", UINT32_MAX, "hello"); }));
     KRV_LogOpsFini();
 
-    // With neither the file nor the standard-output bit, lines go nowhere.
-    cfg.logMode = kModule;
+    cfg.logMode = kModule;  // with neither the file nor the output bit lines go nowhere
     ASSERT_EQ(0u, KRV_LogOpsInit(&cfg));
-    EXPECT_EQ("", Printed([] { KRV_LogWrite(1, 2, "krv_x", 1, "dropped"); }));
+    EXPECT_EQ("", Printed([] { KRV_LogWrite(1, 2, "x", 1, "dropped"); }));
+    KRV_LogOpsFini();
+}
+
+TEST(LogOpsAlloc, StartFailuresAreReportedAndUndone)
+{
+    KRV_LogWrite(0, 2, "warm.c", 1, "load the time zone before allocations fail");
+    const std::vector<std::vector<std::string>> expected = {
+        {"malloc fail, size: " + std::to_string(sizeof(krv::logops::Context)), "log pre init failed",
+         "log resource init failed"},
+        {"mem alloc failed, num:300", "log resource init failed", "log pre init failed"},
+        {"lock create failed", "log resource init failed", "log pre init failed"},
+        {"malloc fail, size: 4096", "log config get failed", "log resource init failed"},
+        {"list malloc fail, size: 24", "log resource init failed"},
+        {"listLock create failed", "log resource init failed"},
+    };
+    KrvLogOpsCfg cfg = Cfg("app", nullptr, kStdout);
+    for (unsigned skip = 0; skip < expected.size(); ++skip) {
+        std::string out = Printed([&] {
+            krvtest::AllocFailure failure(skip, 1);
+            EXPECT_EQ(12u, KRV_LogOpsInit(&cfg));
+        });
+        std::vector<std::string> reports;
+        for (const std::string &msg : expected[skip]) {
+            reports.push_back("0xc " + msg);
+        }
+        EXPECT_EQ(reports, Reports(out)) << out;
+        EXPECT_EQ(124u, KRV_LogOpsReg("net", Net)) << "nothing left initialised";
+    }
+
+    // With files every allocation of the scan, the paths and the thread may fail as well.
+    krvtest::TempDir dir;
+    const std::string app = dir.Path() + "/app";
+    cfg = Cfg("app", dir.Path().c_str(), kFile);
+    const auto fds = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+    const auto descriptors = fds();
+    unsigned skip = 0;
+    for (unsigned refused = 1; refused != 0; ++skip) {
+        ASSERT_LT(skip, 200u);
+        std::filesystem::remove_all(app);
+        mkdir(app.c_str(), 0755);
+        for (const char *name : {"/app_1.log", "/app_2.log"}) {  // same scan every round
+            close(open((app + name).c_str(), O_CREAT | O_WRONLY, 0600));
+        }
+        uint32_t rc = 0;
+        Printed([&] {
+            krvtest::AllocFailure failure(skip, 1);
+            rc = KRV_LogOpsInit(&cfg);
+            refused = failure.Failed();
+        });
+        EXPECT_TRUE(rc == 0 || rc == 1 || rc == 12) << rc;
+        EXPECT_EQ(rc == 0 ? 0u : 124u, KRV_LogOpsReg("net", Net));
+        KRV_LogOpsFini();
+        EXPECT_EQ(descriptors, fds()) << skip;
+    }
+    EXPECT_GT(skip, 8u) << "the scan and the paths allocate too";
+}
+
+TEST(LogOpsAlloc, HookAndRegistryDropOnlyWhatTheyCouldNotAllocate)
+{
+    KrvLogOpsCfg cfg = Cfg("app", nullptr, kModule | kStdout);
+    ASSERT_EQ(0u, KRV_LogOpsInit(&cfg));
+    EXPECT_EQ("malloc fail, size: 8\r\nlog joint failed, log:lost line\r\n", Printed([] {
+                  krvtest::AllocFailure failure(0, 1);
+                  KRV_LogWrite(0, 2, "f.c", 1, "lost line");
+              }));
+    const char *expected[] = {"0xc name malloc fail, size: 3", "0xc module malloc fail, size: 32"};
+    for (unsigned skip = 0; skip < 2; ++skip) {
+        std::string out = Printed([&] {
+            krvtest::AllocFailure failure(skip, 1);
+            EXPECT_EQ(12u, KRV_LogOpsReg("net", Net));
+        });
+        EXPECT_EQ(std::vector<std::string>{expected[skip]}, Reports(out)) << out;
+        EXPECT_EQ(60u, KRV_LogOpsUnreg("net")) << "nothing half-registered";
+    }
+    EXPECT_EQ(0u, KRV_LogOpsReg("net", Net));
     KRV_LogOpsFini();
 }
 
