@@ -1,9 +1,186 @@
 // Hok::Log: the class interface of the logging layer (named loggers and stream-style log lines).
+//
+// An application starts logging once with InitLogging, creates one Logger per context with
+// CreateLogger, and writes each line through a LogStream obtained from a line maker:
+//
+//     Hok::Log::Logger *net = Hok::Log::CreateLogger("net", "network layer");
+//     net->LogWarn(__FILE__, __LINE__) << "retry " << 3 << " of " << Hok::Log::LogHex16Pre(31);
+//
+// The line "[net][W] > retry 3 of 0x001F" is handed to KRV_LogWrite when the stream is destroyed at
+// the end of the full expression.
+//
+// No exception leaves any function declared here. What each one does when memory runs out is stated
+// at its declaration; a null `const char *` inserted into a stream ends the process.
 #ifndef HOK_LOG_H
 #define HOK_LOG_H
 
+#include <cstdint>
+#include <string>
+
+#include "krv_log.h"
+
 namespace Hok {
 namespace Log {
+
+// Severity of a line; smaller is more severe. The numbers are those of the plain KRV_* functions.
+enum LogLevel : uint8_t {
+    LOG_LEVEL_SEC = 0,
+    LOG_LEVEL_FATAL = 1,
+    LOG_LEVEL_ERROR = 2,
+    LOG_LEVEL_WARN = 3,
+    LOG_LEVEL_INFO = 4,
+    LOG_LEVEL_DEBUG = 5,
+    LOG_LEVEL_VERBOSE = 6,
+};
+
+// Output bits; routing of tagged lines to module functions (bit 1) is always added by InitLogging.
+enum LogMode : uint32_t {
+    LOG_MODE_FILE = 2,    // write the ring of log files under logDir/appId
+    LOG_MODE_STDOUT = 4,  // print every admitted line to standard output
+};
+
+// Returns the bitwise or of both modes.
+LogMode operator|(LogMode a, LogMode b) noexcept;
+
+// Starts logging (or counts one more user, ignoring the arguments). Reports failures on standard
+// output only; IsLogInited tells whether it worked. Out of memory: "log ops init failed, ret: 12".
+void InitLogging(const std::string &appId, const std::string &logDir, uint32_t logSize, LogLevel level,
+                 LogMode mode) noexcept;
+// Drops one user; the last one stops the backend, unless loggers are still registered.
+void FiniLogging() noexcept;
+// Returns true while InitLogging has succeeded more often than FiniLogging undid it.
+bool IsLogInited() noexcept;
+// Returns a copy of the application id last copied into the configuration ("" when none).
+// Out of memory: returns "".
+std::string GetLogAppId() noexcept;
+// Returns the backend's filter level (the printing filter while logging is not initialised).
+LogLevel GetLogLevel() noexcept;
+// Returns true when lines of `level` pass the current filter level.
+bool IsLogEnabled(LogLevel level) noexcept;
+// Sets the backend's filter level; does nothing while logging is not initialised.
+void SetLogLevel(LogLevel level) noexcept;
+// Routes lines tagged "[name" to func; returns 0, 124, 22, 113 or 12. The name is copied.
+uint32_t MdlLogReg(const std::string &name, KrvLogHookFunc func) noexcept;
+// Stops routing lines to the module registered under name; returns 0, 124, 22 or 60.
+uint32_t MdlLogUnreg(const std::string &name) noexcept;
+
+class LogStream;
+
+// A named logging context. Made only by CreateLogger, unmade only by Destroy.
+class Logger {
+public:
+    Logger(const Logger &) = delete;
+    Logger &operator=(const Logger &) = delete;
+
+    // Unregisters and deletes this logger; the caller's pointer dangles afterwards. If the registry
+    // cannot be locked the logger stays registered and alive.
+    void Destroy() noexcept;
+
+    // Line makers: each returns a stream of its level for the caller's file and line. The filter is
+    // not consulted here; test IsLogEnabled first to skip building a line.
+    LogStream LogSec(const std::string &file, uint32_t line) const noexcept;
+    LogStream LogFatal(const std::string &file, uint32_t line) const noexcept;
+    LogStream LogError(const std::string &file, uint32_t line) const noexcept;
+    LogStream LogWarn(const std::string &file, uint32_t line) const noexcept;
+    LogStream LogInfo(const std::string &file, uint32_t line) const noexcept;
+    LogStream LogDebug(const std::string &file, uint32_t line) const noexcept;
+    LogStream LogVerbose(const std::string &file, uint32_t line) const noexcept;
+
+private:
+    class LoggerImpl;
+    friend class LogStream;
+    friend Logger *CreateLogger(const std::string &ctxId, const std::string &description) noexcept;
+
+    explicit Logger(LoggerImpl *impl) noexcept;
+    ~Logger();
+    // Copies of the description and the context id, for the streams made from this logger.
+    std::string GetDescription() const;
+    std::string GetCtxId() const;
+
+    LoggerImpl *impl_;
+};
+
+// Returns the logger registered under ctxId (at most 32 characters), creating it with description
+// (at most 128 characters) when absent; null on invalid arguments or when memory runs out.
+Logger *CreateLogger(const std::string &ctxId, const std::string &description) noexcept;
+// Returns the logger registered under ctxId, or null.
+Logger *GetLogger(const std::string &ctxId) noexcept;
+
+// Value wrappers: the hexadecimal forms print upper-case digits at full width, the "Pre" forms
+// with a leading 0x; the binary forms print every bit, most significant first.
+template <typename T>
+struct LogWrapped {
+    LogWrapped() noexcept = default;
+    explicit LogWrapped(T v) noexcept : value(v) {}
+    T value = 0;
+};
+struct LogHex8 : LogWrapped<uint8_t> { using LogWrapped::LogWrapped; };
+struct LogHex16 : LogWrapped<uint16_t> { using LogWrapped::LogWrapped; };
+struct LogHex32 : LogWrapped<uint32_t> { using LogWrapped::LogWrapped; };
+struct LogHex64 : LogWrapped<uint64_t> { using LogWrapped::LogWrapped; };
+struct LogHex8Pre : LogWrapped<uint8_t> { using LogWrapped::LogWrapped; };
+struct LogHex16Pre : LogWrapped<uint16_t> { using LogWrapped::LogWrapped; };
+struct LogHex32Pre : LogWrapped<uint32_t> { using LogWrapped::LogWrapped; };
+struct LogHex64Pre : LogWrapped<uint64_t> { using LogWrapped::LogWrapped; };
+struct LogBin8 : LogWrapped<uint8_t> { using LogWrapped::LogWrapped; };
+struct LogBin16 : LogWrapped<uint16_t> { using LogWrapped::LogWrapped; };
+struct LogBin32 : LogWrapped<uint32_t> { using LogWrapped::LogWrapped; };
+struct LogBin64 : LogWrapped<uint64_t> { using LogWrapped::LogWrapped; };
+
+// One log line under construction. The first insertion puts "[ctxId][L] > " in front; destroying
+// the stream writes the line with KRV_LogWrite exactly once. Moving hands the line over: the
+// moved-from stream writes nothing. When memory runs out the whole line is dropped, never a part.
+class LogStream {
+public:
+    // Copies what it needs from logger; the logger may be destroyed while the stream lives.
+    LogStream(const std::string &file, uint32_t line, LogLevel level, const Logger &logger) noexcept;
+    LogStream(LogStream &&other) noexcept;
+    LogStream(const LogStream &) = delete;
+    LogStream &operator=(const LogStream &) = delete;
+    LogStream &operator=(LogStream &&) = delete;
+    ~LogStream();
+
+    LogStream &operator<<(bool value) noexcept;
+    LogStream &operator<<(unsigned char value) noexcept;
+    LogStream &operator<<(unsigned short value) noexcept;
+    LogStream &operator<<(unsigned int value) noexcept;
+    LogStream &operator<<(unsigned long value) noexcept;
+    LogStream &operator<<(signed char value) noexcept;
+    LogStream &operator<<(short value) noexcept;
+    LogStream &operator<<(int value) noexcept;
+    LogStream &operator<<(long value) noexcept;
+    LogStream &operator<<(float value) noexcept;
+    LogStream &operator<<(double value) noexcept;
+    // A null text ends the process: it is a programming error that must not pass unnoticed.
+    LogStream &operator<<(const char *text) noexcept;
+    LogStream &operator<<(const std::string &text) noexcept;
+    LogStream &operator<<(LogLevel level) noexcept;
+    LogStream &operator<<(const LogHex8Pre &hex) noexcept;
+    LogStream &operator<<(const LogHex16Pre &hex) noexcept;
+    LogStream &operator<<(const LogHex32Pre &hex) noexcept;
+    LogStream &operator<<(const LogHex64Pre &hex) noexcept;
+    LogStream &operator<<(const LogHex8 &hex) noexcept;
+    LogStream &operator<<(const LogHex16 &hex) noexcept;
+    LogStream &operator<<(const LogHex32 &hex) noexcept;
+    LogStream &operator<<(const LogHex64 &hex) noexcept;
+    LogStream &operator<<(const LogBin8 &bin) noexcept;
+    LogStream &operator<<(const LogBin16 &bin) noexcept;
+    LogStream &operator<<(const LogBin32 &bin) noexcept;
+    LogStream &operator<<(const LogBin64 &bin) noexcept;
+
+private:
+    class LogStreamImpl;
+    // Appends text (after the prefix on the first call); drops the whole line when memory runs out.
+    LogStream &Append(const std::string &text) noexcept;
+    // Runs make() and appends its result; a failure to build the text drops the line.
+    template <typename Make>
+    LogStream &AppendMade(Make make) noexcept;
+    // Forgets the line: nothing will be written for this stream.
+    LogStream &Drop() noexcept;
+
+    LogStreamImpl *impl_;  // null once moved from or dropped
+};
+
 }  // namespace Log
 }  // namespace Hok
 

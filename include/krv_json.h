@@ -90,14 +90,16 @@ uint32_t KRV_JsonArraySizeGet(KrvJson *arr, uint32_t *size);
 uint32_t KRV_JsonArrayItemGet(KrvJson *arr, uint32_t index, KrvJson **item);
 /* Copies string element index into a new block *str (free with KRV_JsonStringValueFree); returns 0, 22, 12 or 1. */
 uint32_t KRV_JsonArrayStringValueGet(KrvJson *arr, uint32_t index, char **str);
-/* Reads number element index into *val; returns 0, 22 or 1. */
+/* Reads number element index into *val; returns 0, 22 (not a number array) or 1 (bad index). */
 uint32_t KRV_JsonArrayNumberValueGet(KrvJson *arr, uint32_t index, double *val);
 
-/* Writes the tree as compact text into a new block *jsonStr (free with KRV_JsonStringValueFree), length in *len; returns 0, 22, 12 or 1. */
+/* Writes a tree of objects, arrays and strings as compact, unescaped text into a new block *jsonStr (free with
+   KRV_JsonStringValueFree), length in *len; returns 0, 22, 12 or 1 (other types, more than 50 children). */
 uint32_t KRV_JsonSerializesToString(KrvJson *json, char **jsonStr, size_t *len);
 /* Sets (or appends) the string member key of json to a copy of str; returns 0, 22, 12 or 1. */
 uint32_t KRV_JsonStringValueSet(KrvJson *json, const char *key, const char *str);
-/* Parses the array text str and puts it under key in json, replacing a member in place; returns 0, 22, 12 or 1. */
+/* Parses the array text str (continuing the parser's nesting count) and puts it under key in json, replacing a
+   same-named member in place; returns 0, 22, 12 or 1. */
 uint32_t KRV_JsonArrayValueSet(KrvJson *json, const char *key, const char *str);
 
 #ifdef __cplusplus

@@ -31,8 +31,38 @@ uint32_t ItemAddToObject(const char *key, KrvJson *child, KrvJson *object);
 // Advances pos over every byte <= 0x20 (NUL included) while pos < len.
 void SkipWhitespace(Cursor *cursor);
 // Parses one value at the cursor into *out, continuing the process-wide nesting counter without
-// resetting it. Returns 0, 1, 12 or 22; on failure *out is null and nothing is leaked.
+// resetting it. Returns 0, 1, 12 or 22; on failure *out is null and nothing is leaked. Uses a
+// bounded amount of call stack whatever the nesting; a text nested deeper than any acceptable
+// document whose parser frames cannot be allocated fails with 12, "Krv Json Value Parse malloc failed".
 uint32_t ValueParse(Cursor *cursor, KrvJson **out);
+
+// Sets the process-wide nesting counter back to 0, as every parse of a whole document does.
+void NestedLayerReset();
+
+// The rest serves the parser alone: it keeps the tail of each list it builds and, once an object
+// grows large, an index of its member names, so a document parses in time linear in its size.
+
+// Open-addressed set of member names (pointers into the members' own key arrays). A set that ran
+// out of memory is abandoned and the caller falls back to walking the list.
+struct NameIndex {
+    const char **slots;
+    uint32_t capacity;  // a power of two, or 0 before the first insertion
+    uint32_t used;
+    bool abandoned;
+};
+
+// The member list of an object under construction. Zero-initialised means empty.
+struct MemberList {
+    KrvJsonChild *tail;
+    uint32_t count;
+    NameIndex index;
+};
+
+// As ItemAddToObject, but appends after members->tail and consults the name index instead of
+// rescanning; the diagnostics and the result are the same. members may be null (walk the list).
+uint32_t MemberAttach(const char *key, KrvJson *child, KrvJson *object, MemberList *members);
+// Releases the index of members; the list itself belongs to the object.
+void MemberListFini(MemberList *members);
 
 }  // namespace json
 }  // namespace krv

@@ -88,9 +88,13 @@ uint32_t KRV_OsalPeerAddrGet(uint32_t sockfd, uint64_t bufLen, char *buf, uint64
     return 0;
 }
 
-/* A path that does not exist is not an error here: callers create what is missing. */
+/* A path that does not exist is not an error here: callers create what is missing. Without a
+   buffer realpath would allocate one that nobody frees, so that is refused as a failure. */
 uint32_t KRV_RealPath(const char *path, char *resolved)
 {
+    if (resolved == nullptr) {
+        return 1;
+    }
     if (realpath(path, resolved) != nullptr) {
         return 0;
     }

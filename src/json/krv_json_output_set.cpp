@@ -1,0 +1,183 @@
+// Setters: put a string member or a parsed array member into an object.
+//
+// Both take text, never nodes, and leave the tree as it was on every failure: whatever they
+// allocated is released before they return. A replaced member is freed at once, so nodes borrowed
+// earlier through the getters dangle afterwards.
+#include <cstring>
+
+#include "json/krv_json_internal.h"
+#include "json/krv_json_types.h"
+#include "krv_json.h"
+#include "krv_osal.h"
+#include "log/krv_diag.h"
+#include "osal/krv_bounded.h"
+
+namespace {
+
+constexpr char kKrvSource[] = "krv_json";
+using namespace krv::json::status;
+
+// Longest string value a setter accepts, the same bound the parser puts on strings.
+constexpr size_t kMaxStringLen = 4096;
+
+// Makes a zero-filled, caller-owned copy of str (strLen bytes) in *copy.
+uint32_t StringCopy(const char *str, size_t strLen, char **copy)
+{
+    size_t bufLen = strLen + 1;
+    char *buf = static_cast<char *>(KRV_OsalMemAlloc(bufLen));
+    if (buf == nullptr) {
+        KRV_DIAG(kNoMem, "malloc failed, mallocLen %zu", bufLen);
+        return kNoMem;
+    }
+    // Cannot fail: the count is the block's own size.
+    (void)krv::memset_s(buf, bufLen, 0, bufLen);
+    int rc = krv::strncpy_s(buf, bufLen, str, strLen);
+    if (rc != 0) {
+        KRV_OsalMemFree(buf);
+        KRV_DIAG(kFail, "strncpy failed, errorcode: %d, bufLen:%zu, len:%zu", rc, bufLen, strLen);
+        return kFail;
+    }
+    *copy = buf;
+    return kOk;
+}
+
+// Wraps copy in a new STRING node and attaches it to json under key. Takes ownership of copy:
+// on failure it is released with the node. The parent's type is left to the attach, by design.
+uint32_t StringMemberAppend(KrvJson *json, const char *key, char *copy)
+{
+    KrvJson *node = krv::json::Create(KRV_JSON_STRING);
+    if (node == nullptr) {
+        KRV_OsalMemFree(copy);
+        KRV_DIAG(kNoMem, "string json create failed");
+        return kNoMem;
+    }
+    node->stringValue = copy;
+    uint32_t ret = krv::json::ItemAddToObject(key, node, json);
+    if (ret != kOk) {
+        KRV_DIAG(ret, "Json Item Add To Object failed");
+        KRV_JsonDelete(node);
+        return ret;
+    }
+    return kOk;
+}
+
+// Parses str as one JSON value with nothing but whitespace after it. The module's nesting counter
+// is continued, not reset, so each call starts one level deeper than the last unless a full parse
+// ran in between; that accumulation is the module's behaviour and is kept.
+uint32_t ValueFromText(const char *str, KrvJson **value)
+{
+    krv::json::Cursor cursor = {str, static_cast<uint32_t>(std::strlen(str) + 1), 0};
+    KrvJson *parsed = nullptr;
+    uint32_t ret = krv::json::ValueParse(&cursor, &parsed);
+    if (ret != kOk) {
+        KRV_DIAG(ret, "json Value Parse fail");
+        return ret;
+    }
+    krv::json::SkipWhitespace(&cursor);
+    if (cursor.pos < cursor.len) {
+        KRV_DIAG(kFail, "fileSize :%u, offset is :%u", cursor.len, cursor.pos);
+        KRV_JsonDelete(parsed);
+        return kFail;
+    }
+    *value = parsed;
+    return kOk;
+}
+
+// Names array key and wraps it in a new link for json's member list.
+uint32_t ArrayLinkMake(KrvJson *array, const char *key, KrvJsonChild **link)
+{
+    int rc = krv::strcpy_s(array->key, KRV_JSON_KEY_LEN, key);
+    if (rc != 0) {
+        KRV_DIAG(kFail, "strcpys failed str: %s, errorcode: %d", key, rc);
+        return kFail;
+    }
+    *link = krv::json::ChildInit(array);
+    if (*link == nullptr) {
+        KRV_DIAG(kNoMem, "Json Child Init failed");
+        return kNoMem;
+    }
+    return kOk;
+}
+
+// Puts link's node into json's member list: over the first member with the same name (whatever
+// its type; it keeps its position and the spare link is freed), else at the tail.
+void MemberReplaceOrAppend(KrvJson *json, KrvJsonChild *link)
+{
+    KrvJsonChild **slot = &json->child;
+    for (; *slot != nullptr; slot = &(*slot)->next) {
+        if (std::strcmp(link->item->key, (*slot)->item->key) == 0) {
+            KRV_JsonDelete((*slot)->item);
+            (*slot)->item = link->item;
+            KRV_OsalMemFree(link);
+            return;
+        }
+    }
+    *slot = link;
+}
+
+}  // namespace
+
+extern "C" {
+
+/* Replaces the text of string member key in place, or appends a new string member at the tail
+   when the lookup fails for any reason; a member of another type is left alone (status 1). */
+uint32_t KRV_JsonStringValueSet(KrvJson *json, const char *key, const char *str)
+{
+    if (key == nullptr || str == nullptr || json == nullptr) {
+        KRV_DIAG(kInval, "invaild param");
+        return kInval;
+    }
+    size_t strLen = std::strlen(str);
+    if (strLen > kMaxStringLen) {
+        KRV_DIAG(kInval, "strLen:%zu > MAXPATH", strLen);
+        return kInval;
+    }
+    char *copy = nullptr;
+    uint32_t ret = StringCopy(str, strLen, &copy);
+    if (ret != kOk) {
+        return ret;
+    }
+    KrvJson *item = nullptr;
+    if (KRV_JsonItemGet(json, key, &item) != kOk) {
+        return StringMemberAppend(json, key, copy);
+    }
+    if (item->valueType != KRV_JSON_STRING) {
+        KRV_DIAG(kFail, "valueType isn't STRING：%u", item->valueType);
+        KRV_OsalMemFree(copy);
+        return kFail;
+    }
+    KRV_OsalMemFree(item->stringValue);
+    item->stringValue = copy;
+    return kOk;
+}
+
+/* Parses the array text str and stores it under key, replacing a same-named member in place or
+   appending at the tail; json's own type is not checked. */
+uint32_t KRV_JsonArrayValueSet(KrvJson *json, const char *key, const char *str)
+{
+    if (key == nullptr || str == nullptr || json == nullptr) {
+        KRV_DIAG(kInval, "invaild param");
+        return kInval;
+    }
+    KrvJson *value = nullptr;
+    uint32_t ret = ValueFromText(str, &value);
+    if (ret != kOk) {
+        return ret;
+    }
+    if (value->valueType != KRV_JSON_ARRAY) {
+        KRV_DIAG(kFail, "valueType is error, valueType :%u", value->valueType);
+        KRV_JsonDelete(value);
+        return kFail;
+    }
+    KrvJsonChild *link = nullptr;
+    ret = ArrayLinkMake(value, key, &link);
+    if (ret != kOk) {
+        KRV_DIAG(ret, "krv json object set failed, key is %s", key);
+        KRV_JsonDelete(value);
+        return ret;
+    }
+    MemberReplaceOrAppend(json, link);
+    return kOk;
+}
+
+}  // extern "C"
