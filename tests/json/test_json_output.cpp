@@ -2,12 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "krv_json.h"
-#include "krv_log.h"
 #include "support/krv_test_support.h"
 
 namespace {
@@ -170,50 +168,6 @@ TEST_F(JsonOutput, ArrayValueSetReplacesInPlaceAndContinuesTheNestingCount)
     EXPECT_EQ(Logged(2), (Lines{"1 The max nested layer json supported is 20", "1 json Value Parse fail"}));
     Tree("[]");
     EXPECT_EQ(KRV_JsonArrayValueSet(fresh.root, "k", R"(["v"])"), 0u);
-}
-
-// Diagnostic receiver that never allocates, so it can stay installed while mallocs fail.
-uint32_t g_lastCode;
-void QuietHook(uint32_t code, uint32_t, const char *, uint32_t, const char *) { g_lastCode = code; }
-
-// Fails each allocation of op in turn: each must give 12, log 12 and leave the tree as it was.
-// Returns the number of allocations op makes.
-unsigned FailEachAllocation(const Tree &tree, const std::function<uint32_t()> &op)
-{
-    const std::string before = tree.Text();
-    for (unsigned skip = 0; skip < 100; skip++) {
-        Tree("{}");  // restart the nesting count the array setter continues
-        uint32_t ret;
-        unsigned failed;
-        {
-            krvtest::AllocFailure fail(skip, 1);
-            ret = op();
-            failed = fail.Failed();
-        }
-        if (failed == 0) {
-            EXPECT_EQ(ret, 0u);
-            return skip;
-        }
-        EXPECT_TRUE(ret == 12 && g_lastCode == 12) << "allocation " << skip << " gave " << ret;
-        EXPECT_EQ(tree.Text(), before) << "allocation " << skip;
-    }
-    return 0;
-}
-
-TEST(JsonOutputMemory, EveryAllocationFailureLeavesTheTreeAlone)
-{
-    ASSERT_EQ(KRV_LogHookReg(QuietHook), 0u);
-    Tree tree(R"({"a":"x","b":["y"],"c":{}})");
-    EXPECT_EQ(FailEachAllocation(tree, [&] { return KRV_JsonStringValueSet(tree.root, "a", "v1"); }), 1u);
-    EXPECT_EQ(FailEachAllocation(tree, [&] { return KRV_JsonStringValueSet(tree.root, "d", "v2"); }), 3u);
-    EXPECT_EQ(FailEachAllocation(tree, [&] { return KRV_JsonArrayValueSet(tree.root, "e", "[]"); }), 2u);
-    EXPECT_GE(FailEachAllocation(tree, [&] { return KRV_JsonArrayValueSet(tree.root, "b", R"([["p"],["q"]])"); }), 3u);
-    EXPECT_EQ(tree.Text(), R"({"a":"v1","b":[["p"],["q"]],"c":{},"d":"v2","e":[]})");
-    char *text = nullptr;
-    size_t len = 0;
-    EXPECT_EQ(FailEachAllocation(tree, [&] { return KRV_JsonSerializesToString(tree.root, &text, &len); }), 1u);
-    KRV_JsonStringValueFree(text);
-    KRV_LogHookUnReg();
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
-// Parsing from files, and running out of memory at every allocation a parse makes.
+// Parsing from files: the text up to the first NUL, and every way a file can fail to be read.
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -67,57 +66,6 @@ TEST(JsonParseFile, ReportsPathsThatCannotBeRead)
     EXPECT_EQ(KRV_JsonParse(nullptr, &root), 22u);
     EXPECT_EQ(KRV_JsonParse("x.json", nullptr), 22u);
     EXPECT_EQ(diags.Messages(), (Msgs{"invaild param", "invaild param"}));
-}
-
-// Fails each allocation of one parse in turn until the parse needs no more: every refusal must
-// come back as out-of-memory (or, where only a lookup aid was lost, as the normal result), with
-// nothing leaked and the final run giving the normal result.
-void FailEachAllocation(const std::function<uint32_t(KrvJson **)> &parse, uint32_t normal,
-                        const std::vector<uint32_t> &alsoAllowed = {})
-{
-    krvtest::StdoutCapture quiet;  // without a hook, diagnostics go to standard output
-    for (unsigned skip = 0;; ++skip) {
-        KrvJson *root = nullptr;
-        uint32_t status;
-        unsigned failed;
-        {
-            krvtest::AllocFailure fault(skip, 1);
-            status = parse(&root);
-            failed = fault.Failed();
-        }
-        EXPECT_EQ(status == 0, root != nullptr);
-        KRV_JsonDelete(root);
-        if (failed == 0) {
-            EXPECT_EQ(status, normal);
-            return;
-        }
-        bool allowed = status == 12 || status == normal;
-        for (uint32_t other : alsoAllowed) {
-            allowed = allowed || status == other;
-        }
-        EXPECT_TRUE(allowed) << "allocation " << skip << " gave " << status;
-    }
-}
-
-TEST(JsonParseFile, SurvivesAllocationFailureAnywhere)
-{
-    std::string members = "{";
-    for (int i = 0; i < 40; ++i) {
-        members += "\"k" + std::to_string(i) + "\":\"v\",";
-    }
-    const std::pair<std::string, uint32_t> texts[] = {
-        {"{\"s\":\"x\",\"n\":1.5,\"a\":[true,true],\"o\":{\"k\":null},\"e\":[],\"f\":false}", 0},
-        {members + "\"end\":{}}", 0},
-        {members + "\"k3\":0}", 1},  // the repeat is still found once the name index is lost
-        {std::string(30, '[') + std::string(30, ']'), 1},
-    };
-    for (const auto &[text, normal] : texts) {
-        FailEachAllocation([&](KrvJson **root) { return KRV_JsonParseByString(text.c_str(), root); }, normal);
-    }
-    krvtest::TempDir dir;
-    std::string path = WriteFile(dir, "doc.json", "{\"a\":[\"b\"]}");
-    // The C library's own allocations inside path resolution and fopen surface as their failures.
-    FailEachAllocation([&](KrvJson **root) { return KRV_JsonParse(path.c_str(), root); }, 0, {1});
 }
 
 }  // namespace
