@@ -109,7 +109,8 @@ uint32_t KRV_JsonParse(const char *fileName, KrvJson **json)
         KRV_DIAG(12, "mem alloc failed");
         return 12;
     }
-    // A path that does not exist resolves to nothing, leaving "" for stat to refuse.
+    // A path that does not exist passes the resolution with "" or the part resolved so far left in
+    // the buffer; stat then refuses it.
     krv::memset_s(work, sizeof(FileWork), 0, sizeof(FileWork));
     uint32_t status = KRV_RealPath(fileName, work->path);
     if (status != 0) {
