@@ -1,9 +1,11 @@
-// Logging lifecycle, settings, the logger registry and routing of a context's lines to a module.
+// Logging lifecycle, the logger registry, routing a context's lines to a module, and log streams:
+// the prefix, every insertion's text, and exactly one write per stream.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <regex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "hok_log.h"
@@ -14,168 +16,184 @@ using namespace Hok::Log;
 
 namespace {
 
-std::vector<std::string> g_routed;  // "level|file:line|message"
-
-void RecordRouted(uint32_t code, uint32_t level, const char *file, uint32_t line, const char *msg)
+std::string g_routed;  // what the module function received, as "code level file:line message"
+void Routed(uint32_t code, uint32_t level, const char *file, uint32_t line, const char *msg)
 {
-    g_routed.push_back(std::to_string(code) + "|" + std::to_string(level) + "|" + file + ":" +
-                       std::to_string(line) + "|" + msg);
+    g_routed += std::to_string(code) + " " + std::to_string(level) + " " + file + ":" + std::to_string(line) + " ";
+    g_routed += msg;
 }
 
-TEST(HokLogLifecycle, CountsUsersAndStaysUpWhileLoggersLive)
+TEST(HokLogLifecycle, CountsUsersKeepsFailedAppIdsRoutesContextsAndStaysUpWhileLoggersLive)
 {
-    EXPECT_FALSE(IsLogInited());
-    EXPECT_EQ(GetLogAppId(), "");
-    SetLogLevel(LOG_LEVEL_VERBOSE);  // ignored until initialised: the printing filter's 2 shows
-    EXPECT_EQ(GetLogLevel(), LOG_LEVEL_ERROR);
-    EXPECT_FALSE(IsLogEnabled(LOG_LEVEL_DEBUG));
-
-    krvtest::StdoutCapture quiet;
-    InitLogging("app", "", 0, LOG_LEVEL_INFO, LOG_MODE_STDOUT);
-    ASSERT_TRUE(IsLogInited());
-    InitLogging("other", "", 0, LOG_LEVEL_SEC, LOG_MODE_STDOUT);  // only counted
-    EXPECT_EQ(GetLogAppId(), "app");
-    EXPECT_EQ(GetLogLevel(), LOG_LEVEL_INFO);
-    EXPECT_TRUE(IsLogEnabled(LOG_LEVEL_INFO));
-    EXPECT_FALSE(IsLogEnabled(LOG_LEVEL_DEBUG));
-    SetLogLevel(LOG_LEVEL_VERBOSE);
-    EXPECT_TRUE(IsLogEnabled(LOG_LEVEL_DEBUG));
-    EXPECT_EQ(KRV_LogOpsFilterGet(), 6u);
-
-    Logger *logger = CreateLogger("life", "kept across fini");
-    FiniLogging();
-    EXPECT_TRUE(IsLogInited());
-    EXPECT_EQ(quiet.Finish(), "");
-
-    krvtest::StdoutCapture refused;
-    FiniLogging();
-    EXPECT_EQ(refused.Finish(), "some loggers are not destroy\n");
-    EXPECT_TRUE(IsLogInited());
-
-    logger->Destroy();
-    krvtest::StdoutCapture last;
-    FiniLogging();
-    FiniLogging();  // nothing left to undo
-    EXPECT_EQ(last.Finish(), "");
-    EXPECT_FALSE(IsLogInited());
-    EXPECT_EQ(GetLogAppId(), "");
-    EXPECT_EQ(GetLogLevel(), LOG_LEVEL_ERROR);
-}
-
-TEST(HokLogLifecycle, AppIdIsCheckedHereAndByTheBackendAndNotClearedOnFailure)
-{
-    krvtest::StdoutCapture tooLong;
-    InitLogging(std::string(32, 'a'), "", 0, LOG_LEVEL_INFO, LOG_MODE_STDOUT);
-    EXPECT_EQ(tooLong.Finish(), "param invalid, appId length: 32\n");
-    EXPECT_FALSE(IsLogInited());
-
-    InitLogging(std::string(31, 'b'), "", 0, LOG_LEVEL_INFO, LOG_MODE_STDOUT);
-    EXPECT_EQ(GetLogAppId(), std::string(31, 'b'));
-    FiniLogging();
-
-    krvtest::StdoutCapture empty;
-    InitLogging("", "", 0, LOG_LEVEL_INFO, LOG_MODE_STDOUT);
-    EXPECT_NE(empty.Finish().find("log ops init failed, ret: 22\n"), std::string::npos);
-    EXPECT_FALSE(IsLogInited());
-
-    // A failed start leaves its characters in the record; the next, shorter id is copied over them.
+    KRV_LogFilter(3);
+    SetLogLevel(LOG_LEVEL_VERBOSE);  // ignored until initialised: the printing filter shows
+    EXPECT_EQ(GetLogLevel(), LOG_LEVEL_WARN);
+    EXPECT_FALSE(IsLogEnabled(LOG_LEVEL_INFO));
+    KRV_LogFilter(2);
+    EXPECT_EQ(MdlLogReg("net", Routed), 124u);
+    EXPECT_EQ(MdlLogUnreg("net"), 124u);
     krvtest::TempDir dir;
-    krvtest::StdoutCapture failed;
-    InitLogging("abcdef", dir.Path(), 5119, LOG_LEVEL_INFO, LOG_MODE_FILE);  // below the backend minimum
-    EXPECT_NE(failed.Finish().find("log ops init failed, ret: 22\n"), std::string::npos);
-    ASSERT_FALSE(IsLogInited());
+    krvtest::StdoutCapture out;
+    InitLogging(std::string(32, 'a'), "", 0, LOG_LEVEL_INFO, LOG_MODE_STDOUT);
+    InitLogging("", "", 0, LOG_LEVEL_INFO, LOG_MODE_STDOUT);
+    InitLogging("abcdef", dir.Path(), 5119, LOG_LEVEL_INFO, LOG_MODE_FILE);  // below the backend's minimum
+    EXPECT_FALSE(IsLogInited());
     EXPECT_EQ(GetLogAppId(), "abcdef");
+    // The failed start left its characters in the record; the next, shorter id is copied over them.
     InitLogging("xyz", dir.Path(), 6000, LOG_LEVEL_INFO, LOG_MODE_FILE | LOG_MODE_STDOUT);
-    ASSERT_TRUE(IsLogInited());
+    InitLogging("other", "", 0, LOG_LEVEL_SEC, LOG_MODE_STDOUT);  // only counted
     EXPECT_EQ(GetLogAppId(), "xyzdef");
     EXPECT_TRUE(std::filesystem::is_directory(dir.Path() + "/xyzdef"));
+    EXPECT_TRUE(IsLogEnabled(LOG_LEVEL_INFO));
+    EXPECT_FALSE(IsLogEnabled(LOG_LEVEL_DEBUG));
+    // Routing is always added: a module takes its context's lines whatever their level.
+    EXPECT_EQ(MdlLogReg("net", Routed), 0u);
+    EXPECT_EQ(MdlLogReg(std::string(33, 'n'), Routed), 22u);
+    Logger *net = CreateLogger("net", "kept across fini");
+    net->LogVerbose("net.cpp", 12) << "retry " << 3;
+    EXPECT_EQ(MdlLogUnreg("net"), 0u);
+    EXPECT_EQ(MdlLogUnreg("net"), 60u);
+    net->LogError("net.cpp", 13) << "back to the backend";
+    net->LogDebug("net.cpp", 14) << "filtered out";
+    SetLogLevel(LOG_LEVEL_VERBOSE);
+    EXPECT_EQ(KRV_LogOpsFilterGet(), 6u);
+    FiniLogging();  // only counted
+    FiniLogging();  // refused while a logger lives
+    EXPECT_TRUE(IsLogInited());
+    net->Destroy();
     FiniLogging();
-
-    InitLogging("xyz", dir.Path(), 6000, LOG_LEVEL_INFO, LOG_MODE_FILE);  // the record was zeroed
-    EXPECT_TRUE(std::filesystem::is_directory(dir.Path() + "/xyz"));
+    FiniLogging();  // nothing left to undo
+    EXPECT_FALSE(IsLogInited());
+    EXPECT_EQ(GetLogAppId(), "");
+    EXPECT_EQ(GetLogLevel(), LOG_LEVEL_ERROR);
+    EXPECT_EQ(g_routed, "0 6 net.cpp:12 [net][V] > retry 3");
+    EXPECT_EQ(std::regex_replace(out.Finish(), std::regex("[^\n]*krv_log_ops[^\n]*\n|\\[[0-9. :]{26}\\]"), ""),
+              "param invalid, appId length: 32\nlog ops init failed, ret: 22\nlog ops init failed, ret: 22\n"
+              "[2][0x0][net.cpp:13][net][E] > back to the backend\nsome loggers are not destroy\n");
+    InitLogging(std::string(31, 'b'), dir.Path(), 6000, LOG_LEVEL_INFO, LOG_MODE_FILE);  // the record was zeroed
+    EXPECT_TRUE(std::filesystem::is_directory(dir.Path() + "/" + std::string(31, 'b')));
     FiniLogging();
 }
 
 TEST(HokLogRegistry, CreateFindDestroyWithExactReports)
 {
     krvtest::StdoutCapture out;
-    Logger *widest = CreateLogger(std::string(32, 'c'), std::string(128, 'd'));
-    EXPECT_NE(widest, nullptr);
-    EXPECT_EQ(CreateLogger(std::string(33, 'c'), "x"), nullptr);
+    const std::string widestId(32, 'c');
+    Logger *widest = CreateLogger(widestId, std::string(128, 'd'));
+    ASSERT_NE(widest, nullptr);
+    EXPECT_EQ(CreateLogger(widestId + "c", "x"), nullptr);
     EXPECT_EQ(CreateLogger("ok", std::string(129, 'd')), nullptr);
-    widest->Destroy();
-
-    Logger *first = CreateLogger("net", "first description");
     Logger *unnamed = CreateLogger("", "empty ids are fine");
-    EXPECT_EQ(CreateLogger("net", "ignored description"), first);
-    EXPECT_NE(unnamed, first);
-    EXPECT_EQ(GetLogger("net"), first);
-    EXPECT_EQ(GetLogger(""), unnamed);
-    EXPECT_EQ(GetLogger("ne"), nullptr);  // lookups are by equality, not by prefix
-    first->Destroy();
-    EXPECT_EQ(GetLogger("net"), nullptr);
+    EXPECT_EQ(CreateLogger("", "ignored description"), unnamed);
+    EXPECT_EQ(GetLogger(widestId), widest);
+    EXPECT_EQ(GetLogger("ccc"), nullptr);  // lookups are by equality, not by prefix
+    widest->Destroy();
+    EXPECT_EQ(GetLogger(widestId), nullptr);
     unnamed->Destroy();
-    EXPECT_EQ(out.Finish(),
-              "param invalid, ctx id length: 33\n"
-              "param invalid, ctx description length: 129\n"
-              "ctxId:net had created\n"
-              "ctxId:ne not reg\n"
-              "ctxId:net not reg\n");
-}
-
-TEST(HokLogModules, ContextLinesGoToTheRegisteredModuleOnly)
-{
-    EXPECT_EQ(MdlLogReg("net", RecordRouted), 124u);
-    EXPECT_EQ(MdlLogUnreg("net"), 124u);
-    krvtest::StdoutCapture out;
-    InitLogging("route", "", 0, LOG_LEVEL_ERROR, LOG_MODE_STDOUT);
-    EXPECT_EQ(MdlLogReg("net", RecordRouted), 0u);
-    EXPECT_EQ(MdlLogReg("net", RecordRouted), 113u);
-    EXPECT_EQ(MdlLogReg(std::string(33, 'n'), RecordRouted), 22u);
-    out.Finish();
-
-    Logger *net = CreateLogger("net", "network");
-    Logger *disk = CreateLogger("disk", "storage");
-    krvtest::StdoutCapture lines;
-    net->LogVerbose("net.cpp", 12) << "retry " << 3 << " of " << LogHex16Pre(31);  // routed whatever its level
-    disk->LogError("disk.cpp", 34) << "full";
-    disk->LogInfo("disk.cpp", 35) << "filtered out";
-    EXPECT_TRUE(std::regex_match(lines.Finish(), std::regex(R"(\[\d{4}\.\d\d\.\d\d \d\d:\d\d:\d\d\.\d{6}\])"
-                                                            R"(\[2\]\[0x0\]\[disk\.cpp:34\]\[disk\]\[E\] > full\n)")));
-    EXPECT_EQ(g_routed, std::vector<std::string>{"0|6|net.cpp:12|[net][V] > retry 3 of 0x001F"});
-
-    EXPECT_EQ(MdlLogUnreg("net"), 0u);
-    krvtest::StdoutCapture after;
-    net->LogError("net.cpp", 13) << "back to the backend";
-    EXPECT_NE(after.Finish().find("[net.cpp:13][net][E] > back to the backend\n"), std::string::npos);
-    EXPECT_EQ(g_routed.size(), 1u);
-
-    net->Destroy();
-    disk->Destroy();
-    FiniLogging();
-    EXPECT_FALSE(IsLogInited());
-}
-
-TEST(HokLogRegistry, CreationWithoutMemoryReturnsNullAndRegistersNothing)
-{
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "the sanitizer's operator new does not go through the failing malloc";
-#else
-    const std::string ctxId(32, 'm');
-    const std::string description(100, 'd');
-    krvtest::StdoutCapture out;
+    EXPECT_EQ(out.Finish(), "param invalid, ctx id length: 33\nparam invalid, ctx description length: 129\n"
+                            "ctxId: had created\nctxId:ccc not reg\nctxId:" + widestId + " not reg\n");
+#if !defined(__SANITIZE_ADDRESS__)  // the sanitizer's operator new does not use the failing malloc
     Logger *logger = nullptr;
     unsigned skip = 0;
-    for (; logger == nullptr && skip < 10; ++skip) {
+    for (const std::string description(100, 'd'); logger == nullptr && skip < 10; ++skip) {
         {
             krvtest::AllocFailure fail(skip, 1);
-            logger = CreateLogger(ctxId, description);
+            logger = CreateLogger("oom", description);
         }
-        EXPECT_EQ(GetLogger(ctxId), logger);
+        EXPECT_EQ(GetLogger("oom"), logger) << "nothing half-registered";
     }
-    EXPECT_GT(skip, 1u);  // at least one allocation was refused on the way
-    ASSERT_NE(logger, nullptr);
+    EXPECT_GT(skip, 1u);
     logger->Destroy();
+#endif
+}
+
+class LogStreamTest : public ::testing::Test {
+protected:
+    void SetUp() override { net_ = CreateLogger("net", "network layer"); }
+    void TearDown() override { net_->Destroy(); }
+    // The only line written since the last call, as "code level file:line message".
+    std::string Line()
+    {
+        std::vector<krvtest::Diag> lines = diags_.Take();
+        EXPECT_EQ(lines.size(), 1u);
+        return lines.empty() ? "" : std::to_string(lines[0].code) + " " + std::to_string(lines[0].level) + " " +
+                                        lines[0].file + ":" + std::to_string(lines[0].line) + " " + lines[0].msg;
+    }
+
+    krvtest::DiagCapture diags_;
+    Logger *net_ = nullptr;
+};
+
+TEST_F(LogStreamTest, EachStreamWritesOnceWithPrefixLevelFileAndLine)
+{
+    net_->LogWarn("main.cpp", 42) << "retry " << 3 << " of " << LogHex16Pre(31);
+    EXPECT_EQ(Line(), "0 3 main.cpp:42 [net][W] > retry 3 of 0x001F");
+    LogStream (Logger::*const makers[])(const std::string &, uint32_t) const = {
+        &Logger::LogSec,  &Logger::LogFatal, &Logger::LogError,  &Logger::LogWarn,
+        &Logger::LogInfo, &Logger::LogDebug, &Logger::LogVerbose};
+    for (uint32_t level = 0; level < 7; ++level) {
+        (net_->*makers[level])("x.cpp", 5) << "m";
+        EXPECT_EQ(Line(), "0 " + std::to_string(level) + " x.cpp:5 [net][" + "SFEWIDV"[level] + "] > m");
+    }
+    { LogStream silent("e.cpp", 7, LOG_LEVEL_ERROR, *net_); }
+    EXPECT_EQ(Line(), "0 2 e.cpp:7 ");  // no insertion, no prefix
+    LogStream("u.cpp", 9, static_cast<LogLevel>(9), *net_) << "odd";
+    EXPECT_EQ(Line(), "0 9 u.cpp:9 [net][unknown level] > odd");
+    Logger *temporary = CreateLogger("tmp", "short lived");
+    {
+        LogStream first = temporary->LogError("m.cpp", 1);
+        first << "a";
+        temporary->Destroy();
+        LogStream second(std::move(first));
+        first << "ignored by the moved-from stream";
+        second << "b";
+        EXPECT_TRUE(diags_.Take().empty());
+    }
+    EXPECT_EQ(Line(), "0 2 m.cpp:1 [tmp][E] > ab");  // once, though moved and its logger gone
+}
+
+TEST_F(LogStreamTest, EveryInsertionFormatsAsPrintfWould)
+{
+    net_->LogInfo("f.cpp", 1) << true << false << static_cast<unsigned char>(65) << static_cast<signed char>(-1)
+                              << static_cast<unsigned short>(65535) << static_cast<short>(-32768) << 4294967295u
+                              << (-2147483647 - 1) << 18446744073709551615ul << (-9223372036854775807l - 1) << 0.5f
+                              << -2.25 << 1e20 << "plain" << std::string("std") << std::string() << LOG_LEVEL_SEC
+                              << LOG_LEVEL_VERBOSE << static_cast<LogLevel>(9);
+    EXPECT_EQ(Line(), "0 4 f.cpp:1 [net][I] > truefalse65-165535-327684294967295-2147483648"
+                      "18446744073709551615-92233720368547758080.500000-2.250000100000000000000000000.000000"
+                      "plainstdSVunknown level");
+    net_->LogInfo("f.cpp", 2) << LogHex8Pre(0xab) << LogHex16Pre(31) << LogHex32Pre(1)
+                              << LogHex64Pre(0x0A23456789ABCDEFull) << LogHex8(10) << LogHex16(0xbeef)
+                              << LogHex32(0x1234) << LogHex64(0x0000000AFEDCBA98ull) << LogBin8(128) << LogBin16(5)
+                              << LogBin32(0x80000001u) << LogBin64(0x8000000000000003ull);
+    EXPECT_EQ(Line(), "0 4 f.cpp:2 [net][I] > 0xAB0x001F0x000000010x0A23456789ABCDEF0ABEEF000012340000000AFEDCBA98"
+                      "100000000000000000000101" "1" + std::string(30, '0') + "11" + std::string(61, '0') + "11");
+}
+
+TEST_F(LogStreamTest, OverlongLinesNullTextsAndLinesWithoutMemory)
+{
+    net_->LogInfo("l.cpp", 1) << std::string(1012, 'x');  // 11 prefix characters: 1023 in all
+    EXPECT_EQ(Line().size(), 12 + 1023u);
+    krvtest::StdoutCapture out;
+    net_->LogInfo("l.cpp", 1) << std::string(1013, 'x');
+    EXPECT_EQ(out.Finish(), "log string is over flow or input is NULL.\n");
+    EXPECT_TRUE(diags_.Take().empty());
+    const char *missing = nullptr;
+    EXPECT_DEATH(net_->LogInfo("n.cpp", 1) << "x" << missing, "");
+#if !defined(__SANITIZE_ADDRESS__)  // the sanitizer's operator new does not use the failing malloc
+    const std::string piece(100, 'p');
+    {
+        LogStream stream = net_->LogInfo("o.cpp", 1);
+        stream << "start ";
+        {
+            krvtest::AllocFailure fail(0);
+            stream << piece;  // the whole line is dropped, not a piece of it
+            LogStream("o.cpp", 2, LOG_LEVEL_INFO, *net_) << 1;
+        }
+        stream << "end";
+    }
+    net_->LogInfo("o.cpp", 3) << "fine";
+    EXPECT_EQ(Line(), "0 4 o.cpp:3 [net][I] > fine");
 #endif
 }
 
