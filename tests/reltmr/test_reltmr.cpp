@@ -144,7 +144,7 @@ TEST(RelTimerApi, StartAndStopValidateAndKeepHandlesStraight)
                                       "[MERILUX-KRV_CallBackRelTimerStart]:KrvStartRelTimer failed, ret is 12"}));
     // Starting over a running handle restarts it on a fresh node.
     KrvRelTmrNode *first = h;
-    ASSERT_EQ(KRV_CallBackRelTimerStart(&h, pool, 40970, 1, &info), 0u);
+    ASSERT_EQ(KRV_CallBackRelTimerStart(&h, pool, 40979, 1, &info), 0u);  // milliseconds truncate to ticks
     EXPECT_NE(h, first);
     EXPECT_EQ(first->status, KRV_RELTMR_STATUS_IDLE);
     EXPECT_EQ(h->listKind, 1u);
@@ -170,6 +170,33 @@ TEST(RelTimerApi, StartAndStopValidateAndKeepHandlesStraight)
     EXPECT_EQ(stale, nullptr);
     EXPECT_EQ(diags.Messages(), Msgs{"[MERILUX-KRV_RelTimerStop]:param invalid"});
     EXPECT_EQ(pool->usedCount, 0u);
+
+    // A handle whose own node cannot be stopped refuses the restart and stays as it was.
+    KrvRelTmrNode *idle = pool->freeHead;
+    idle->handleSlot = &h;
+    idle->interval = 7;
+    h = idle;
+    EXPECT_EQ(KRV_CallBackRelTimerStart(&h, pool, 10, 0, &info), 22u);
+    EXPECT_EQ(h, idle);
+    std::vector<krvtest::Diag> got = diags.Take();
+    ASSERT_EQ(got.size(), 3u);
+    EXPECT_EQ(got[0].msg, "[MERILUX-KrvRelTmrStop]:status wrong,90,7");
+    EXPECT_EQ(got[1].msg, "[MERILUX-KrvStartRelTimer]:stop fail");
+    EXPECT_EQ(got[2].msg, "[MERILUX-KRV_CallBackRelTimerStart]:KrvStartRelTimer failed, ret is 22");
+    EXPECT_EQ(got[1].code, 22u);
+    EXPECT_EQ(got[2].code, 22u);
+    idle->handleSlot = nullptr;
+    h = nullptr;
+    // A pool whose count went wrong is told so and keeps its free list as it is.
+    ASSERT_EQ(KRV_CallBackRelTimerStart(&h, pool, 100000, 0, &info), 0u);
+    KrvRelTmrNode *tail = pool->freeTail;
+    pool->usedCount = 0;
+    EXPECT_EQ(KRV_RelTimerStop(&h), 0u);
+    EXPECT_EQ(pool->freeTail, tail);
+    got = diags.Take();
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].msg, "[MERILUX-KrvRelTmrFree]:timer used num is zero.");
+    EXPECT_EQ(got[0].code, 22u);
     EXPECT_EQ(KRV_RelTimerFini(pool), 0u);
 }
 
@@ -305,6 +332,17 @@ TEST(RelTimerApi, GroupsValidateStartStopAndFree)
                                       "[MERILUX-KRV_RelTimerofGrpStart]:KrvStartRelTimer failed, ret is 12"}));
     EXPECT_EQ(KRV_RelTimerofGrpStop(grp, 2), 0u);
     EXPECT_EQ(grp->handles[2], nullptr);
+    grp->pool = &bogus;
+    EXPECT_EQ(KRV_RelTimerofGrpStart(grp, 1, 10, 0, 0), 22u);
+    grp->pool = pool;
+    EXPECT_EQ(diags.Messages(), (Msgs{kPoolInvalid, "[MERILUX-KrvRelTmrGrpInfoValidCheck]:grpInfo invalid, tmrSn is 1.",
+                                      "[MERILUX-KRV_RelTimerofGrpStart]:Param invalid, mode is 0, tmrSn is 1"}));
+    // A serial number whose node cannot be stopped reports it and forgets the node.
+    grp->handles[1] = &pool->nodes[2];
+    pool->nodes[2].interval = 3;
+    EXPECT_EQ(KRV_RelTimerofGrpStop(grp, 1), 22u);
+    EXPECT_EQ(grp->handles[1], nullptr);
+    EXPECT_EQ(diags.Messages(), (Msgs{"[MERILUX-KrvRelTmrStop]:status wrong,90,3", "[MERILUX-KRV_RelTimerofGrpStop]:Failed to stop timer."}));
 
     // A free that fails on one serial number keeps the group; the earlier ones are stopped by then.
     grp->handles[1] = &pool->nodes[2];
