@@ -91,6 +91,10 @@ TEST_F(ErrStack, LimitRangeAndNodeLimitWithRealThreads)
     }
     EXPECT_EQ(0u, KRV_EnoErrCodeInit());  // already initialised: the limit is kept
     EXPECT_EQ(255u, KRV_EnoMaxErrorLimitGet());
+    for (int i = 0; i < 3; ++i) {  // each removal gives its place back
+        KRV_EnoErrorWrapperPush(0, 1, 1);
+        KRV_EnoErrorStackRemove(false);
+    }
 
     // Each thread pushes once and parks until released, so that its id stays unique.
     std::vector<std::thread> threads;

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -101,6 +102,23 @@ TEST(OsalIo, TransfersOnceAndTranslatesFailures)
     close(fds[1]);
     EXPECT_EQ(9u, KRV_OsalIoRecv(fds[1], buf, sizeof(buf), &count));
     EXPECT_EQ(9u, KRV_OsalIoSend(fds[1], "x", 1, &count));
+
+    // More rows of the translation, each provoked for real: the numbers above 58 shift down by one.
+    int dir = open("/", O_RDONLY);
+    int full = open("/dev/full", O_WRONLY);
+    int udp = socket(AF_INET, SOCK_DGRAM, 0);
+    int event = eventfd(0, 0);
+    ASSERT_EQ(0, pipe(fds));
+    ASSERT_EQ(3, write(fds[1], "abc", 3));
+    void *volatile unmapped = reinterpret_cast<void *>(8);
+    EXPECT_EQ(21u, KRV_OsalIoRecv(dir, buf, sizeof(buf), &count)) << "EISDIR";
+    EXPECT_EQ(28u, KRV_OsalIoSend(full, "x", 1, &count)) << "ENOSPC";
+    EXPECT_EQ(88u, KRV_OsalIoSend(udp, "x", 1, &count)) << "EDESTADDRREQ";
+    EXPECT_EQ(22u, KRV_OsalIoSend(event, "x", 1, &count)) << "EINVAL";
+    EXPECT_EQ(14u, KRV_OsalIoRecv(fds[0], unmapped, 3, &count)) << "EFAULT";
+    for (int fd : {dir, full, udp, event, fds[0], fds[1]}) {
+        close(fd);
+    }
     std::signal(SIGPIPE, SIG_DFL);
 }
 

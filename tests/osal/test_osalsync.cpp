@@ -81,7 +81,17 @@ TEST(OsalSync, ConditionAttributesAndTimeout)
     KRV_OsalMutexLock(mutex);
     deadline.tv_sec -= 1;
     EXPECT_EQ(14u, KRV_OsalCondTimedWait(mutex, cond, &deadline));  // already past
+    // A deadline a minute ahead on the monotonic clock lies in the distant past on the real-time clock,
+    // so a signalled wake-up shows that the attribute reached the condition and the handles their places.
+    deadline.tv_sec += 61;
+    std::thread signaller([&] {
+        KRV_OsalMutexLock(mutex);  // granted only once the waiter sleeps
+        KRV_OsalCondSignal(cond);
+        KRV_OsalMutexUnLock(mutex);
+    });
+    EXPECT_EQ(0u, KRV_OsalCondTimedWait(mutex, cond, &deadline));
     KRV_OsalMutexUnLock(mutex);
+    signaller.join();
     EXPECT_EQ(0u, KRV_OsalCondDestroy(&cond));
     EXPECT_EQ(0u, KRV_OsalMutexDestroy(&mutex));
     EXPECT_EQ(0u, KRV_OsalCondAttrDestroy(&attr));
