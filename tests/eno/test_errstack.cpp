@@ -99,11 +99,18 @@ TEST_F(ErrStack, LimitRangeAndNodeLimitWithRealThreads)
     for (std::thread &t : threads) {
         t.join();
     }
-    EXPECT_EQ(255u, KRV_EnoLastErrorGet());  // others have stacks, this thread has none
     std::vector<krvtest::Diag> got = diags.Take();
     ASSERT_EQ(1u, got.size());
     EXPECT_EQ(std::make_tuple(22u, 2u, std::string("krv_osaleno"), 506u, kRefusal),
               std::tie(got[0].code, got[0].level, got[0].file, got[0].line, got[0].msg));
+    // The stacks survive a de-init; the next init drops them together with their count.
+    EXPECT_EQ(0u, KRV_EnoErrCodeDeInit());
+    EXPECT_EQ(255u, KRV_EnoLastErrorGet());  // others have stacks, this thread has none
+    ASSERT_EQ(0u, KRV_EnoErrCodeInit());
+    ASSERT_EQ(0u, KRV_EnoMaxErrorLimitSet(255));
+    KRV_EnoErrorWrapperPush(0, 1, 3);
+    EXPECT_EQ(0x103u, KRV_EnoLastErrorGet());
+    EXPECT_TRUE(diags.Take().empty());
 }
 
 TEST_F(ErrStack, FailedAllocationsKeepCountAndRecordlessStackReadsEmpty)

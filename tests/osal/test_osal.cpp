@@ -36,7 +36,7 @@ TEST(OsalMem, SizeLimitsHeadersCopiesAndRefusals)
     const char text[] = "abcdefghijklmnop";
     int call = 0;
     for (void *refused : {KRV_OsalMemAlloc(0), KRV_OsalMemCalloc(0, 4), KRV_OsalMemCalloc(4, 0),
-                          KRV_OsalMemCalloc(1ull << 32, 1ull << 32), KRV_OsalMemCalloc(UINT64_MAX, 2),
+                          KRV_OsalMemCalloc(1ull << 32, 1ull << 32), KRV_OsalMemCalloc((1ull << 63) + 1, 2),
                           KRV_OsalMemDump(nullptr, 5), KRV_OsalMemDump(text, 0), KRV_OsalMemRealloc(nullptr, 8, 8)}) {
         EXPECT_EQ(nullptr, refused) << "call " << call++;
     }

@@ -3,14 +3,21 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <tuple>
 
 #include "krv_osalfs.h"
@@ -77,13 +84,46 @@ TEST(RealPath, CheckPassesOnlyAbsoluteCanonicalPathsAndResolveFailsOnlyOnRealErr
     EXPECT_EQ(1u, KRV_RealPath(base.c_str(), nullptr));
 }
 
+int SealedFile()
+{
+    int fd = memfd_create("sealed", MFD_ALLOW_SEALING);
+    fcntl(fd, F_ADD_SEALS, F_SEAL_WRITE);
+    return fd;
+}
+
+// A terminal master whose other side has hung up.
+int HungUpTerminal()
+{
+    int fd = posix_openpt(O_RDWR | O_NOCTTY);
+    grantpt(fd);
+    unlockpt(fd);
+    close(open(ptsname(fd), O_RDWR | O_NOCTTY));
+    return fd;
+}
+
 TEST(OsalIo, TransfersOnceAndTranslatesEveryFailure)
 {
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    struct sigaction action = {}, previous = {};
+    action.sa_handler = [](int) {};  // no SA_RESTART: a blocked read fails with EINTR
+    ASSERT_EQ(0, sigaction(SIGUSR1, &action, &previous));
     int fds[2];
     ASSERT_EQ(0, pipe(fds));
     uint64_t count = 99;
     char buf[16] = {};
+    std::atomic<bool> interrupted{false};
+    std::thread interrupter([&interrupted, reader = pthread_self()] {
+        while (!interrupted) {
+            pthread_kill(reader, SIGUSR1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    });
+    EXPECT_EQ(4u, KRV_OsalIoRecv(fds[0], buf, sizeof(buf), &count)) << "EINTR";
+    interrupted = true;
+    interrupter.join();
+    sigaction(SIGUSR1, &previous, nullptr);
+
     void *volatile unmapped = reinterpret_cast<void *>(8);
     EXPECT_EQ(0u, KRV_OsalIoSend(fds[1], "hello", 5, &count));
     EXPECT_EQ(5u, count);
@@ -97,8 +137,22 @@ TEST(OsalIo, TransfersOnceAndTranslatesEveryFailure)
     EXPECT_EQ(0u, KRV_OsalIoRecv(fds[0], buf, sizeof(buf), &count));
     EXPECT_EQ(0u, count) << "end of file";
     close(fds[0]);
+
+    // A file-size limit of 0 refuses any growth of a regular file; it is lifted before anything is printed.
+    rlimit saved = {};
+    getrlimit(RLIMIT_FSIZE, &saved);
+    rlimit none = {0, saved.rlim_max};
+    int file = memfd_create("limited", 0);
+    setrlimit(RLIMIT_FSIZE, &none);
+    uint32_t tooBig = KRV_OsalIoSend(file, "x", 1, &count);
+    setrlimit(RLIMIT_FSIZE, &saved);
+    close(file);
+    EXPECT_EQ(27u, tooBig) << "EFBIG";
+
     // Each failure provoked for real (-1 stands for a closed descriptor); numbers above 58 shift down by one.
     const std::tuple<int, bool, uint32_t> failures[] = {  // descriptor, send (or receive), result
+        {SealedFile(), true, 1},
+        {HungUpTerminal(), false, 5},
         {open("/", O_RDONLY), false, 21},
         {open("/dev/full", O_WRONLY), true, 28},
         {socket(AF_INET, SOCK_DGRAM, 0), true, 88},   // EDESTADDRREQ
@@ -112,6 +166,7 @@ TEST(OsalIo, TransfersOnceAndTranslatesEveryFailure)
         close(fd);
     }
     std::signal(SIGPIPE, SIG_DFL);
+    std::signal(SIGXFSZ, SIG_DFL);
 }
 
 TEST(OsalPeerAddr, ReportsTheWholeSixteenByteText)

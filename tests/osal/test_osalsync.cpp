@@ -1,16 +1,53 @@
 // Locks, conditions and atomics: create/destroy rows, recursion, clocks, time-outs and wrapping.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <cerrno>
 #include <functional>
 #include <thread>
+#include <utility>
 
 #include "krv_osalsync.h"
 #include "support/krv_test_support.h"
 
 namespace {
 
-// Checks the create rows (null address, allocation failure, variable already set); returns the handle.
-void *Created(const std::function<uint32_t(void **)> &create)
+// Set to make the next platform initialisation on this thread fail, as a starved platform may.
+thread_local bool t_refuseInit = false;
+
+template <typename... Args>
+int InitOrRefuse(const char *name, Args... args)
+{
+    static auto next = reinterpret_cast<int (*)(Args...)>(dlsym(RTLD_NEXT, name));
+    return std::exchange(t_refuseInit, false) ? EAGAIN : next(args...);
+}
+
+}  // namespace
+
+// Defined in the executable, these come before the C library's for every caller in the process.
+extern "C" int pthread_mutex_init(pthread_mutex_t *m, const pthread_mutexattr_t *a) noexcept
+{
+    return InitOrRefuse("pthread_mutex_init", m, a);
+}
+extern "C" int pthread_condattr_init(pthread_condattr_t *a) noexcept
+{
+    return InitOrRefuse("pthread_condattr_init", a);
+}
+extern "C" int pthread_cond_init(pthread_cond_t *c, const pthread_condattr_t *a) noexcept
+{
+    return InitOrRefuse("pthread_cond_init", c, a);
+}
+extern "C" int pthread_rwlock_init(pthread_rwlock_t *rw, const pthread_rwlockattr_t *a) noexcept
+{
+    return InitOrRefuse("pthread_rwlock_init", rw, a);
+}
+
+namespace {
+
+// Checks the create rows (null address, allocation failure, platform refusal, variable already set);
+// returns the handle.
+void *Created(const std::function<uint32_t(void **)> &create, uint32_t refused)
 {
     void *handle = nullptr;
     EXPECT_EQ(22u, create(nullptr));
@@ -18,6 +55,8 @@ void *Created(const std::function<uint32_t(void **)> &create)
         krvtest::AllocFailure fail(0, 1);
         EXPECT_EQ(12u, create(&handle));
     }
+    t_refuseInit = true;
+    EXPECT_EQ(refused, create(&handle));
     EXPECT_EQ(0u, create(&handle));
     void *before = handle;
     EXPECT_EQ(22u, create(&handle));
@@ -27,15 +66,15 @@ void *Created(const std::function<uint32_t(void **)> &create)
 
 TEST(OsalSync, MutexConditionRowsRecursionClocksAndWaits)
 {
-    KrvMutex mutex = Created(KRV_OsalMutexCreate);
-    KrvCondAttr attr = Created(KRV_OsalCondAttrCreate);
+    KrvMutex mutex = Created(KRV_OsalMutexCreate, 22);
+    KrvCondAttr attr = Created(KRV_OsalCondAttrCreate, 14);
     int32_t clock = -1;
     EXPECT_EQ(14u, KRV_OsalCondAttrClockSet(attr, CLOCK_PROCESS_CPUTIME_ID));
     EXPECT_EQ(0u, KRV_OsalCondAttrClockSet(attr, CLOCK_MONOTONIC));
     EXPECT_EQ(22u, KRV_OsalCondAttrClockGet(attr, nullptr));
     EXPECT_EQ(0u, KRV_OsalCondAttrClockGet(attr, &clock));
     EXPECT_EQ(CLOCK_MONOTONIC, clock);
-    KrvCond cond = Created([attr](void **h) { return KRV_OsalCondCreate(attr, h); });
+    KrvCond cond = Created([attr](void **h) { return KRV_OsalCondCreate(attr, h); }, 14);
 
     timespec deadline = {};
     clock_gettime(CLOCK_MONOTONIC, &deadline);
@@ -70,7 +109,7 @@ TEST(OsalSync, MutexConditionRowsRecursionClocksAndWaits)
 
 TEST(OsalSync, ReadWriteLockRowsAndRefusal)
 {
-    KrvRWLock rw = Created(KRV_OsalRWLockCreate);
+    KrvRWLock rw = Created(KRV_OsalRWLockCreate, 1);
     EXPECT_EQ(22u, KRV_OsalRWReadLock(nullptr));
     KRV_OsalRWUnlock(nullptr);
     EXPECT_EQ(0u, KRV_OsalRWWriteLock(rw));
