@@ -82,7 +82,7 @@ TEST(OsalInfo, VersionsDumpHooksPageSizeAndThreadId)
     KRV_OsalDlmSliceDumpFuncReg(SomeDumpFunc);
     EXPECT_EQ(&SomeDumpFunc, KRV_OsalDlmSliceDumpFuncGet());
     EXPECT_EQ(sysconf(_SC_PAGESIZE), KRV_OsalPageSizeGet());
-    EXPECT_EQ(static_cast<int64_t>(syscall(SYS_gettid)), KRV_OsalTaskTidGet());
+    std::thread([] { EXPECT_EQ(static_cast<int64_t>(syscall(SYS_gettid)), KRV_OsalTaskTidGet()); }).join();
 }
 
 void IgnoreSignal(int) {}
