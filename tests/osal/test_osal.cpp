@@ -1,8 +1,8 @@
 // Memory, version, delay and thread-id services.
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <signal.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -85,8 +85,6 @@ TEST(OsalInfo, VersionsDumpHooksPageSizeAndThreadId)
     std::thread([] { EXPECT_EQ(static_cast<int64_t>(syscall(SYS_gettid)), KRV_OsalTaskTidGet()); }).join();
 }
 
-void IgnoreSignal(int) {}
-
 TEST(OsalDelay, ZeroReturnsAtOnceAndASignalRestartsTheWholeInterval)
 {
     using Clock = std::chrono::steady_clock;
@@ -94,18 +92,15 @@ TEST(OsalDelay, ZeroReturnsAtOnceAndASignalRestartsTheWholeInterval)
     KRV_OsalTaskDelay(0, 0);
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(2));
     struct sigaction action = {}, previous = {};
-    action.sa_handler = IgnoreSignal;  // no SA_RESTART: select() fails with EINTR
-    ASSERT_EQ(0, sigaction(SIGUSR1, &action, &previous));
-    std::thread interrupter([sleeper = pthread_self()] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
-        pthread_kill(sleeper, SIGUSR1);
-    });
+    action.sa_handler = [](int) {};  // no SA_RESTART: select() fails with EINTR
+    ASSERT_EQ(0, sigaction(SIGALRM, &action, &previous));
+    itimerval halfway = {{0, 0}, {0, 500000}};
     start = Clock::now();
+    setitimer(ITIMER_REAL, &halfway, nullptr);
     KRV_OsalTaskDelay(1, 0);
     auto elapsed = Clock::now() - start;
-    interrupter.join();
-    sigaction(SIGUSR1, &previous, nullptr);
-    // Interrupted near 500 ms, then a fresh full second: well beyond the second asked for.
+    sigaction(SIGALRM, &previous, nullptr);
+    // Interrupted at 500 ms, then a fresh full second: well beyond the second asked for.
     EXPECT_GE(elapsed, std::chrono::milliseconds(1400));
 }
 

@@ -3,21 +3,18 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -85,6 +82,7 @@ TEST(RealPath, CheckPassesOnlyAbsoluteCanonicalPathsAndResolveFailsOnlyOnRealErr
     EXPECT_EQ(1u, KRV_RealPath(base.c_str(), nullptr));
 }
 
+// A file sealed against writing.
 int SealedFile()
 {
     int fd = memfd_create("sealed", MFD_ALLOW_SEALING);
@@ -106,24 +104,18 @@ TEST(OsalIo, TransfersOnceAndTranslatesEveryFailure)
 {
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
-    struct sigaction action = {}, previous = {};
-    action.sa_handler = [](int) {};  // no SA_RESTART: a blocked read fails with EINTR
-    ASSERT_EQ(0, sigaction(SIGUSR1, &action, &previous));
     int fds[2];
     ASSERT_EQ(0, pipe(fds));
     uint64_t count = 99;
     char buf[16] = {};
-    std::atomic<bool> interrupted{false};
-    std::thread interrupter([&interrupted, reader = pthread_self()] {
-        while (!interrupted) {
-            pthread_kill(reader, SIGUSR1);
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-    });
+    struct sigaction action = {}, previous = {};
+    action.sa_handler = [](int) {};  // no SA_RESTART: a blocked read fails with EINTR
+    ASSERT_EQ(0, sigaction(SIGALRM, &action, &previous));
+    itimerval ticking = {{0, 20000}, {0, 20000}}, stopped = {};
+    setitimer(ITIMER_REAL, &ticking, nullptr);
     EXPECT_EQ(4u, KRV_OsalIoRecv(fds[0], buf, sizeof(buf), &count)) << "EINTR";
-    interrupted = true;
-    interrupter.join();
-    sigaction(SIGUSR1, &previous, nullptr);
+    setitimer(ITIMER_REAL, &stopped, nullptr);
+    sigaction(SIGALRM, &previous, nullptr);
 
     void *volatile unmapped = reinterpret_cast<void *>(8);
     EXPECT_EQ(0u, KRV_OsalIoSend(fds[1], "hello", 5, &count));
