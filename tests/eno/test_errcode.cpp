@@ -15,8 +15,6 @@ const char *RowFourText(uint32_t) { return "row four"; }
 // Looks up a row-one code while its own lookup still holds the module lock.
 const char *NestedText(uint32_t) { return KRV_EnoErrorStrGet(0x0A00); }
 
-}  // namespace
-
 TEST(EnoCode, TranslationAndAccessors)
 {
     for (int64_t err = -3; err <= 130; ++err) {
@@ -25,7 +23,6 @@ TEST(EnoCode, TranslationAndAccessors)
     }
     EXPECT_EQ(255u, KRV_OsalEnoTransfer(INT64_MIN));
     EXPECT_EQ(255u, KRV_OsalEnoTransfer(0x100000001LL));  // not truncated to 1
-
     EXPECT_EQ(42u, KRV_EnoErrorModuleGet(0x12A05));
     EXPECT_EQ(5u, KRV_EnoErrorCodeGet(0x12A05));
     EXPECT_FALSE(KRV_EnoErrorCodeCheck(0x12A05, 42, 5));
@@ -35,21 +32,20 @@ TEST(EnoCode, TranslationAndAccessors)
 
 TEST(EnoCode, RegistrationMatchesNamePrefixAndExactRange)
 {
-    EXPECT_EQ(22u, KRV_EnoErrorStrFuncRegister(nullptr, 0, 9, RowZeroText));
+    for (const char *name : {static_cast<const char *>(nullptr), "KORALINE", "ZUD"}) {
+        EXPECT_EQ(22u, KRV_EnoErrorStrFuncRegister(name, 0, 9, RowZeroText)) << (name ? name : "null");
+    }
     EXPECT_EQ(22u, KRV_EnoErrorStrFuncRegister("KORALIN", 0, 10, RowZeroText));
-    EXPECT_EQ(22u, KRV_EnoErrorStrFuncRegister("KORALINE", 0, 9, RowZeroText));
-    EXPECT_EQ(22u, KRV_EnoErrorStrFuncRegister("ZUD", 0, 9, RowZeroText));
     EXPECT_STREQ("Unknown", KRV_EnoErrorStrGet(0x0500));
-
     EXPECT_EQ(0u, KRV_EnoErrorStrFuncRegister("KOR", 0, 9, RowZeroText));
     EXPECT_EQ(0u, KRV_EnoErrorStrFuncRegister("", 10, 19, RowOneText));
     EXPECT_EQ(0u, KRV_EnoErrorStrFuncRegister("YIM", 40, 49, RowFourText));
-    EXPECT_STREQ("row zero", KRV_EnoErrorStrGet(0xFFFF0500));
-    EXPECT_STREQ("row one", KRV_EnoErrorStrGet(0x1300));
-    EXPECT_STREQ("Unknown", KRV_EnoErrorStrGet(0x1400));
-    EXPECT_STREQ("row four", KRV_EnoErrorStrGet(0x3107));
-    EXPECT_STREQ("Unknown", KRV_EnoErrorStrGet(0x3200));
-
+    const std::pair<uint32_t, const char *> lookups[] = {
+        {0xFFFF0500, "row zero"}, {0x1300, "row one"}, {0x1400, "Unknown"}, {0x3107, "row four"}, {0x3200, "Unknown"},
+    };
+    for (const auto &[code, text] : lookups) {
+        EXPECT_STREQ(text, KRV_EnoErrorStrGet(code)) << std::hex << code;
+    }
     EXPECT_EQ(0u, KRV_EnoErrorStrFuncRegister("K", 0, 9, nullptr));  // null clears
     EXPECT_STREQ("Unknown", KRV_EnoErrorStrGet(0x0500));
 }
@@ -67,20 +63,20 @@ TEST(EnoCode, UnlockedBeforeInitThenLockedAndReset)
     }
     EXPECT_EQ(0x203u, KRV_EnoLastErrorGet());
     KRV_EnoErrorWrapperPush(0, 2, 5);
-
     EXPECT_EQ(22u, KRV_EnoErrCodeDeInit());
     {
         krvtest::AllocFailure failMutex(0, 1);
         EXPECT_EQ(12u, KRV_EnoErrCodeInit());
     }
     EXPECT_EQ(0u, KRV_EnoMaxErrorLimitSet(300));
-    EXPECT_EQ(0u, KRV_EnoErrCodeInit());  // frees the early stack and resets the limit
+    EXPECT_EQ(0u, KRV_EnoErrCodeInit());  // drops the early stack and resets the limit
     EXPECT_EQ(65535u, KRV_EnoMaxErrorLimitGet());
     EXPECT_EQ(0u, KRV_EnoLastErrorGet());
-
     ASSERT_EQ(0u, KRV_EnoErrorStrFuncRegister("FENRO", 20, 29, NestedText));
     ASSERT_EQ(0u, KRV_EnoErrorStrFuncRegister("ZUD", 10, 19, RowOneText));
     EXPECT_STREQ("row one", KRV_EnoErrorStrGet(0x1500));  // would deadlock on a non-recursive lock
     EXPECT_EQ(0u, KRV_EnoErrCodeDeInit());
     EXPECT_EQ(22u, KRV_EnoErrCodeDeInit());
 }
+
+}  // namespace

@@ -10,61 +10,36 @@ namespace {
 struct Item {
     krv::RawListNode link;  // first member: a node pointer is the item pointer
     int value;
-    bool released;
+    int releases;
 };
 
-void MarkReleased(krv::RawListNode *node)
+TEST(RawList, KeepsOrderAndReleasesOnlyThroughTheGivenFunction)
 {
-    reinterpret_cast<Item *>(node)->released = true;
-}
-
-std::vector<int> Values(const krv::RawList &list)
-{
-    std::vector<int> values;
-    for (krv::RawListNode *n = krv::RawListFront(&list); n != nullptr; n = krv::RawListNext(&list, n)) {
-        values.push_back(reinterpret_cast<Item *>(n)->value);
+    for (krv::RawListFreeFunc release : {+[](krv::RawListNode *n) { ++reinterpret_cast<Item *>(n)->releases; },
+                                         static_cast<krv::RawListFreeFunc>(nullptr)}) {
+        krv::RawList list;
+        krv::RawListInit(&list, release);
+        EXPECT_TRUE(krv::RawListEmpty(&list) && krv::RawListFront(&list) == nullptr);
+        Item items[4] = {{{}, 1, 0}, {{}, 2, 0}, {{}, 3, 0}, {{}, 4, 0}};
+        for (Item &item : items) {
+            krv::RawListPushBack(&list, &item.link);
+        }
+        krv::RawListErase(&list, &items[1].link);  // middle
+        krv::RawListErase(&list, &items[3].link);  // tail
+        std::vector<int> values;
+        for (krv::RawListNode *n = krv::RawListFront(&list); n != nullptr; n = krv::RawListNext(&list, n)) {
+            values.push_back(reinterpret_cast<Item *>(n)->value);
+        }
+        EXPECT_EQ((std::vector<int>{1, 3}), values);
+        krv::RawListDeinit(&list);
+        EXPECT_TRUE(krv::RawListEmpty(&list));
+        for (const Item &item : items) {
+            EXPECT_EQ(release != nullptr ? 1 : 0, item.releases) << item.value;
+        }
+        krv::RawListPushBack(&list, &items[2].link);  // reusable after a deinit
+        EXPECT_EQ(&items[2].link, krv::RawListFront(&list));
+        EXPECT_EQ(nullptr, krv::RawListNext(&list, &items[2].link));
     }
-    return values;
-}
-
-TEST(RawList, KeepsOrderAndReleasesThroughTheGivenFunction)
-{
-    krv::RawList list;
-    krv::RawListInit(&list, MarkReleased);
-    EXPECT_TRUE(krv::RawListEmpty(&list));
-    EXPECT_EQ(krv::RawListFront(&list), nullptr);
-
-    Item items[4] = {{{}, 1, false}, {{}, 2, false}, {{}, 3, false}, {{}, 4, false}};
-    for (Item &item : items) {
-        krv::RawListPushBack(&list, &item.link);
-    }
-    EXPECT_EQ(Values(list), (std::vector<int>{1, 2, 3, 4}));
-
-    krv::RawListErase(&list, &items[1].link);  // middle
-    krv::RawListErase(&list, &items[3].link);  // tail
-    EXPECT_TRUE(items[1].released);
-    EXPECT_TRUE(items[3].released);
-    EXPECT_EQ(Values(list), (std::vector<int>{1, 3}));
-
-    krv::RawListDeinit(&list);
-    EXPECT_TRUE(krv::RawListEmpty(&list));
-    EXPECT_TRUE(items[0].released && items[2].released);
-}
-
-TEST(RawList, WithoutReleaseFunctionTheCallerKeepsTheNodes)
-{
-    krv::RawList list;
-    krv::RawListInit(&list, nullptr);
-    Item a = {{}, 7, false};
-    Item b = {{}, 8, false};
-    krv::RawListPushBack(&list, &a.link);
-    krv::RawListPushBack(&list, &b.link);
-    krv::RawListDeinit(&list);
-    EXPECT_TRUE(krv::RawListEmpty(&list));
-    EXPECT_FALSE(a.released || b.released);
-    // The list is reusable after a deinit.
-    krv::RawListPushBack(&list, &a.link);
-    EXPECT_EQ(Values(list), (std::vector<int>{7}));
 }
 
 }  // namespace
