@@ -23,12 +23,31 @@ namespace krv::reltmr {
 namespace {
 
 KrvRelTmrCtrl *g_ctrl = nullptr;
+// Entry-point calls currently holding a ModuleUse; the record is freed only once this is 0.
+uint32_t g_ctrlUsers = 0;
 // Serialises module creation and teardown so that at most one module, and one trigger thread, exists.
 pthread_mutex_t g_lifecycleLock = PTHREAD_MUTEX_INITIALIZER;
 
+// Sequentially consistent with the users count: a user either counts itself before it reads the
+// record, and is waited for, or reads null.
 void PublishCtrl(KrvRelTmrCtrl *ctrl)
 {
-    __atomic_store_n(&g_ctrl, ctrl, __ATOMIC_RELEASE);
+    __atomic_store_n(&g_ctrl, ctrl, __ATOMIC_SEQ_CST);
+}
+
+// The record if usable, else null after logging why.
+KrvRelTmrCtrl *UsableCtrl()
+{
+    KrvRelTmrCtrl *ctrl = Ctrl();
+    if (ctrl == nullptr) {
+        KRV_DIAG(kNotInitialized, "[MERILUX-KrvRelTmrIsInitialized]:timer module is not Initialized.");
+        return nullptr;
+    }
+    if (__atomic_load_n(&ctrl->stopping, __ATOMIC_ACQUIRE) != 0) {
+        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrIsInitialized]:timer module is deinitializing.");
+        return nullptr;
+    }
+    return ctrl;
 }
 
 // Builds a pool of maxTimer + 1 idle nodes chained into its free list; the extra node is never
@@ -80,6 +99,9 @@ void KrvRelTmrPoolFree(KrvRelTmrPool *pool)
 void KrvRelTmrCtrlDestroy(KrvRelTmrCtrl *ctrl)
 {
     PublishCtrl(nullptr);
+    while (__atomic_load_n(&g_ctrlUsers, __ATOMIC_SEQ_CST) != 0) {
+        KRV_OsalTaskDelay(0, 100);
+    }
     (void)KRV_OsalMutexDestroy(&ctrl->grpMutex);
     (void)KRV_OsalMutexDestroy(&ctrl->tmrMutex);
     KRV_OsalMemFree(ctrl->buckets);
@@ -228,21 +250,23 @@ void KrvRelTmrModuleDestroy(KrvRelTmrCtrl *ctrl, KrvRelTmrPool *pool)
 
 KrvRelTmrCtrl *Ctrl()
 {
-    return __atomic_load_n(&g_ctrl, __ATOMIC_ACQUIRE);
+    return __atomic_load_n(&g_ctrl, __ATOMIC_SEQ_CST);
 }
 
 bool KrvRelTmrIsInitialized()
 {
-    KrvRelTmrCtrl *ctrl = Ctrl();
-    if (ctrl == nullptr) {
-        KRV_DIAG(kNotInitialized, "[MERILUX-KrvRelTmrIsInitialized]:timer module is not Initialized.");
-        return false;
-    }
-    if (__atomic_load_n(&ctrl->stopping, __ATOMIC_ACQUIRE) != 0) {
-        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrIsInitialized]:timer module is deinitializing.");
-        return false;
-    }
-    return true;
+    return UsableCtrl() != nullptr;
+}
+
+ModuleUse::ModuleUse()
+{
+    __atomic_add_fetch(&g_ctrlUsers, 1u, __ATOMIC_SEQ_CST);
+    ctrl_ = UsableCtrl();
+}
+
+ModuleUse::~ModuleUse()
+{
+    __atomic_sub_fetch(&g_ctrlUsers, 1u, __ATOMIC_SEQ_CST);
 }
 
 bool KrvRelTmrPoolHandleValidCheck(const KrvRelTmrPool *pool)

@@ -67,7 +67,8 @@ extern "C" {
 uint32_t KRV_RelTimerGrpCreate(KrvRelTmrGrpInfo **timerGrp, KrvRelTmrPool *pool, uint64_t maxTimer,
                                KrvRelTmrCallBack callback)
 {
-    if (!KrvRelTmrIsInitialized()) {
+    ModuleUse use;
+    if (use.Get() == nullptr) {
         KRV_DIAG(kNotInitialized, "[MERILUX-KRV_ReltimerGrpCreate]:relative timer module has not been initialized!");
         return kNotInitialized;
     }
@@ -75,7 +76,7 @@ uint32_t KRV_RelTimerGrpCreate(KrvRelTmrGrpInfo **timerGrp, KrvRelTmrPool *pool,
         KRV_DIAG(kInvalid, "[MERILUX-KRV_ReltimerGrpCreate]:Param invalid maxTimer(%u).", static_cast<unsigned>(maxTimer));
         return kInvalid;
     }
-    KrvRelTmrCtrl *ctrl = Ctrl();
+    KrvRelTmrCtrl *ctrl = use.Get();
     KRV_OsalMutexLock(ctrl->grpMutex);
     KrvRelTmrGrpInfo *grp = KrvRelTmrGrpAlloc(maxTimer);
     if (grp == nullptr) {
@@ -95,11 +96,12 @@ uint32_t KRV_RelTimerGrpCreate(KrvRelTmrGrpInfo **timerGrp, KrvRelTmrPool *pool,
 
 uint32_t KRV_RelTimerGrpFree(KrvRelTmrGrpInfo *timerGrp)
 {
-    if (!KrvRelTmrIsInitialized()) {
+    ModuleUse use;
+    if (use.Get() == nullptr) {
         KRV_DIAG(kNotInitialized, "[MERILUX-KRV_RelTimerGrpFree]:relative timer module has not been initialized!");
         return kNotInitialized;
     }
-    KrvRelTmrCtrl *ctrl = Ctrl();
+    KrvRelTmrCtrl *ctrl = use.Get();
     KRV_OsalMutexLock(ctrl->grpMutex);
     if (timerGrp == nullptr || timerGrp->initFlag != KRV_RELTMR_INIT_FLAG) {
         KRV_OsalMutexUnLock(ctrl->grpMutex);
@@ -131,12 +133,13 @@ uint32_t KRV_RelTimerGrpFree(KrvRelTmrGrpInfo *timerGrp)
 uint32_t KRV_RelTimerofGrpStart(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn, uint32_t intervalMs, uint32_t param,
                                 uint32_t mode)
 {
-    if (!KrvRelTmrIsInitialized()) {
+    ModuleUse use;
+    if (use.Get() == nullptr) {
         KRV_DIAG(kNotInitialized, "[MERILUX-KRV_RelTimerofGrpStart]:relative timer module has not been initialized!");
         return kNotInitialized;
     }
     auto modeByte = static_cast<uint8_t>(mode);
-    KrvRelTmrCtrl *ctrl = Ctrl();
+    KrvRelTmrCtrl *ctrl = use.Get();
     KRV_OsalMutexLock(ctrl->grpMutex);
     KRV_OsalMutexLock(ctrl->tmrMutex);
     bool valid = KrvRelTmrGrpInfoValidCheck(timerGrp, tmrSn) && modeByte <= KRV_RELTMR_MODE_PERIODIC;
@@ -158,11 +161,12 @@ uint32_t KRV_RelTimerofGrpStart(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn, uint
 
 uint32_t KRV_RelTimerofGrpStop(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn)
 {
-    if (!KrvRelTmrIsInitialized()) {
+    ModuleUse use;
+    if (use.Get() == nullptr) {
         KRV_DIAG(kNotInitialized, "[MERILUX-KRV_RelTimerofGrpStop]:relative timer module has not been initialized!");
         return kNotInitialized;
     }
-    KrvRelTmrCtrl *ctrl = Ctrl();
+    KrvRelTmrCtrl *ctrl = use.Get();
     KRV_OsalMutexLock(ctrl->grpMutex);
     if (timerGrp == nullptr) {
         KRV_OsalMutexUnLock(ctrl->grpMutex);

@@ -52,6 +52,22 @@ KrvRelTmrCtrl *Ctrl();
 // True when the module exists and is not stopping; otherwise logs why and returns false.
 bool KrvRelTmrIsInitialized();
 
+// Keeps the module record alive for one call of an entry point: the last fini publishes the record's
+// end, then waits until every holder has left before freeing it, so a call racing the teardown sees
+// "not initialized" or "deinitializing" instead of freed memory. Get() is null (and the reason
+// logged, as KrvRelTmrIsInitialized does) when the module is absent or stopping.
+class ModuleUse {
+public:
+    ModuleUse();
+    ~ModuleUse();
+    ModuleUse(const ModuleUse &) = delete;
+    ModuleUse &operator=(const ModuleUse &) = delete;
+    KrvRelTmrCtrl *Get() const { return ctrl_; }
+
+private:
+    KrvRelTmrCtrl *ctrl_;
+};
+
 // True when pool is non-null and valid; otherwise logs "timer pool handle is invalid" and returns false.
 bool KrvRelTmrPoolHandleValidCheck(const KrvRelTmrPool *pool);
 

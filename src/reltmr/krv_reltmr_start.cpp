@@ -110,12 +110,13 @@ extern "C" {
 uint32_t KRV_CallBackRelTimerStart(KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t intervalMs, uint32_t mode,
                                    const KrvRelTmrFuncInfo *funcInfo)
 {
-    if (!KrvRelTmrIsInitialized()) {
+    ModuleUse use;
+    if (use.Get() == nullptr) {
         KRV_DIAG(kNotInitialized, "[MERILUX-KRV_CallBackRelTimerStart]:relative timer module has not been initialized!");
         return kNotInitialized;
     }
     auto modeByte = static_cast<uint8_t>(mode);
-    KrvRelTmrCtrl *ctrl = Ctrl();
+    KrvRelTmrCtrl *ctrl = use.Get();
     KRV_OsalMutexLock(ctrl->tmrMutex);
     bool valid = KrvRelTmrStartParamCheck(handle, pool, modeByte, funcInfo);
     KRV_OsalMutexUnLock(ctrl->tmrMutex);
@@ -131,7 +132,8 @@ uint32_t KRV_CallBackRelTimerStart(KrvRelTmrNode **handle, KrvRelTmrPool *pool, 
 
 uint32_t KRV_RelTimerStop(KrvRelTmrNode **handle)
 {
-    if (!KrvRelTmrIsInitialized()) {
+    ModuleUse use;
+    if (use.Get() == nullptr) {
         KRV_DIAG(kNotInitialized, "[MERILUX-KRV_RelTimerStop]:relative timer module has not been initialized!");
         return kNotInitialized;
     }
@@ -139,7 +141,7 @@ uint32_t KRV_RelTimerStop(KrvRelTmrNode **handle)
         KRV_DIAG(kInvalid, "[MERILUX-KRV_RelTimerStop]:param invalid");
         return kInvalid;
     }
-    KrvRelTmrCtrl *ctrl = Ctrl();
+    KrvRelTmrCtrl *ctrl = use.Get();
     KRV_OsalMutexLock(ctrl->tmrMutex);
     KrvRelTmrNode *node = *handle;
     if (node == nullptr) {
