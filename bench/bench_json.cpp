@@ -109,49 +109,52 @@ const std::string &ParseInput(int which)
     return kDocs[which];
 }
 
-void BM_KrvParse(benchmark::State &state, int which)
+// Runs parseAndFree(text) once per iteration; it returns false when its library refuses the text.
+template <typename ParseAndFree>
+void ParseLoop(benchmark::State &state, int which, ParseAndFree parseAndFree, const char *refusal)
 {
     const std::string &text = ParseInput(which);
     uint32_t failures = 0;
     for (auto _ : state) {
-        KrvJson *root = nullptr;
-        failures += KRV_JsonParseByString(text.c_str(), &root) != 0;
-        KRV_JsonDelete(root);
+        failures += parseAndFree(text.c_str()) ? 0 : 1;
     }
     if (failures != 0) {
-        state.SkipWithError("KRV_JsonParseByString refused the document");
+        state.SkipWithError(refusal);
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+}
+
+void BM_KrvParse(benchmark::State &state, int which)
+{
+    auto parse = [](const char *text) {
+        KrvJson *root = nullptr;
+        bool accepted = KRV_JsonParseByString(text, &root) == 0;
+        KRV_JsonDelete(root);
+        return accepted;
+    };
+    ParseLoop(state, which, parse, "KRV_JsonParseByString refused the document");
 }
 
 void BM_CjsonParse(benchmark::State &state, int which)
 {
-    const std::string &text = ParseInput(which);
-    uint32_t failures = 0;
-    for (auto _ : state) {
-        cJSON *root = cJSON_Parse(text.c_str());
-        failures += root == nullptr;
+    auto parse = [](const char *text) {
+        cJSON *root = cJSON_Parse(text);
+        bool accepted = root != nullptr;
         cJSON_Delete(root);
-    }
-    if (failures != 0) {
-        state.SkipWithError("cJSON_Parse refused the document");
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+        return accepted;
+    };
+    ParseLoop(state, which, parse, "cJSON_Parse refused the document");
 }
 
 void BM_RapidjsonParse(benchmark::State &state, int which)
 {
-    const std::string &text = ParseInput(which);
-    uint32_t failures = 0;
-    for (auto _ : state) {
+    auto parse = [](const char *text) {
         rapidjson::Document doc;
-        failures += doc.Parse(text.c_str()).HasParseError();
+        bool accepted = !doc.Parse(text).HasParseError();
         benchmark::DoNotOptimize(doc);
-    }
-    if (failures != 0) {
-        state.SkipWithError("RapidJSON refused the document");
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+        return accepted;
+    };
+    ParseLoop(state, which, parse, "RapidJSON refused the document");
 }
 
 enum { kNumbers, kRecords, kConfig };
