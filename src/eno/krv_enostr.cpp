@@ -3,11 +3,12 @@
 
 #include "eno/krv_enolock.h"
 #include "krv_osaleno.h"
+#include "osal/krv_status.h"
 
 namespace {
 
-constexpr uint32_t kOk = 0;
-constexpr uint32_t kInvalid = 22;
+using krv::kInvalid;
+using krv::kOk;
 constexpr uint32_t kUnknownErrno = 255;
 constexpr int64_t kErrnoAgain = 11;
 constexpr int64_t kErrnoNeverTranslated = 41;

@@ -8,13 +8,14 @@
 #include "krv_osal.h"
 #include "krv_osaleno.h"
 #include "log/krv_diag.h"
+#include "osal/krv_status.h"
 
 namespace {
 
 constexpr char kKrvSource[] = "krv_osaleno";
 
-constexpr uint32_t kOk = 0;
-constexpr uint32_t kInvalid = 22;
+using krv::kInvalid;
+using krv::kOk;
 constexpr uint32_t kLimitRefused = 255;
 constexpr uint32_t kNoStackHere = 255;
 constexpr uint32_t kDefaultMaxNodes = 65535;

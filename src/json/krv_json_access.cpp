@@ -14,7 +14,7 @@
 namespace {
 
 constexpr char kKrvSource[] = "krv_json";
-using namespace krv::json::status;
+using namespace krv;
 
 // Copies the text of STRING node item into a new block stored in *str at once, so a failed
 // allocation leaves *str null. On a failed copy the block is freed and *str nulled again.
@@ -24,15 +24,15 @@ uint32_t Cast2String(const KrvJson *item, char **str)
     size_t capacity = std::strlen(item->stringValue) + 1;
     *str = static_cast<char *>(KRV_OsalMemAlloc(capacity));
     if (*str == nullptr) {
-        KRV_DIAG(kNoMem, "Krv Json Cast2String malloc failed");
-        return kNoMem;
+        KRV_DIAG(kNoMemory, "Krv Json Cast2String malloc failed");
+        return kNoMemory;
     }
     int rc = krv::strcpy_s(*str, capacity, item->stringValue);
     if (rc != 0) {
         KRV_OsalMemFree(*str);
         *str = nullptr;
-        KRV_DIAG(kFail, "strcpy failed, strLen: %zu, errorcode: %d", capacity, rc);
-        return kFail;
+        KRV_DIAG(kFailed, "strcpy failed, strLen: %zu, errorcode: %d", capacity, rc);
+        return kFailed;
     }
     return kOk;
 }
@@ -47,8 +47,8 @@ uint32_t TypedMemberGet(KrvJson *json, const char *key, uint32_t expected, const
         return ret;
     }
     if ((*item)->valueType != expected) {
-        KRV_DIAG(kFail, mismatchFmt, (*item)->valueType);
-        return kFail;
+        KRV_DIAG(kFailed, mismatchFmt, (*item)->valueType);
+        return kFailed;
     }
     return kOk;
 }
@@ -79,7 +79,7 @@ uint32_t TypeIs(const KrvJson *json, uint32_t expected)
     if (json != nullptr && json->valueType == expected) {
         return 1;
     }
-    KRV_DIAG(kFail, "valueType match failed, valueType :%u", expected);
+    KRV_DIAG(kFailed, "valueType match failed, valueType :%u", expected);
     return 0;
 }
 
@@ -139,12 +139,12 @@ uint32_t KRV_JsonIsObject(const KrvJson *json)
 uint32_t KRV_JsonItemGet(KrvJson *json, const char *key, KrvJson **item)
 {
     if (json == nullptr || key == nullptr || item == nullptr) {
-        KRV_DIAG(kInval, "invaild param");
-        return kInval;
+        KRV_DIAG(kInvalid, "invaild param");
+        return kInvalid;
     }
     if (json->valueType != KRV_JSON_OBJECT) {
-        KRV_DIAG(kFail, "valueType ：%u isn't OBJECT", json->valueType);
-        return kFail;
+        KRV_DIAG(kFailed, "valueType ：%u isn't OBJECT", json->valueType);
+        return kFailed;
     }
     for (KrvJsonChild *link = json->child; link != nullptr; link = link->next) {
         if (std::strcmp(key, link->item->key) == 0) {
@@ -152,16 +152,16 @@ uint32_t KRV_JsonItemGet(KrvJson *json, const char *key, KrvJson **item)
             return kOk;
         }
     }
-    KRV_DIAG(kFail, "key isn't match :%s", key);
-    return kFail;
+    KRV_DIAG(kFailed, "key isn't match :%s", key);
+    return kFailed;
 }
 
 /* The output pointer is checked before anything else, so it wins over a null json or key. */
 uint32_t KRV_JsonBoolValueGet(KrvJson *json, const char *key, uint8_t *boolVal)
 {
     if (boolVal == nullptr) {
-        KRV_DIAG(kInval, "boolVal is null");
-        return kInval;
+        KRV_DIAG(kInvalid, "boolVal is null");
+        return kInvalid;
     }
     KrvJson *item = nullptr;
     uint32_t ret = KRV_JsonItemGet(json, key, &item);
@@ -173,8 +173,8 @@ uint32_t KRV_JsonBoolValueGet(KrvJson *json, const char *key, uint8_t *boolVal)
     } else if (item->valueType == KRV_JSON_FALSE) {
         *boolVal = 0;
     } else {
-        KRV_DIAG(kFail, "valueType: %u isn't BOOL", item->valueType);
-        return kFail;
+        KRV_DIAG(kFailed, "valueType: %u isn't BOOL", item->valueType);
+        return kFailed;
     }
     return kOk;
 }
@@ -182,8 +182,8 @@ uint32_t KRV_JsonBoolValueGet(KrvJson *json, const char *key, uint8_t *boolVal)
 uint32_t KRV_JsonNumberValueGet(KrvJson *json, const char *key, double *val)
 {
     if (val == nullptr) {
-        KRV_DIAG(kInval, "val is null");
-        return kInval;
+        KRV_DIAG(kInvalid, "val is null");
+        return kInvalid;
     }
     KrvJson *item = nullptr;
     uint32_t ret = TypedMemberGet(json, key, KRV_JSON_NUMBER, "valueType：%u isn't NUMBER", &item);
@@ -196,8 +196,8 @@ uint32_t KRV_JsonNumberValueGet(KrvJson *json, const char *key, double *val)
 uint32_t KRV_JsonStringValueGet(KrvJson *json, const char *key, char **str)
 {
     if (json == nullptr || key == nullptr || str == nullptr) {
-        KRV_DIAG(kInval, "invaild param");
-        return kInval;
+        KRV_DIAG(kInvalid, "invaild param");
+        return kInvalid;
     }
     return StringMemberCopy(json, key, str);
 }
@@ -205,8 +205,8 @@ uint32_t KRV_JsonStringValueGet(KrvJson *json, const char *key, char **str)
 uint32_t KRV_JsonStringValueAndSizeGet(KrvJson *json, const char *key, char **str, size_t *size)
 {
     if (json == nullptr || key == nullptr || str == nullptr || size == nullptr) {
-        KRV_DIAG(kInval, "invaild param");
-        return kInval;
+        KRV_DIAG(kInvalid, "invaild param");
+        return kInvalid;
     }
     uint32_t ret = StringMemberCopy(json, key, str);
     if (ret == kOk) {
@@ -223,8 +223,8 @@ void KRV_JsonStringValueFree(char *str)
 uint32_t KRV_JsonArrayGet(KrvJson *json, const char *key, KrvJson **jsonArrPtr)
 {
     if (jsonArrPtr == nullptr) {
-        KRV_DIAG(kInval, "jsonArrPtr is null");
-        return kInval;
+        KRV_DIAG(kInvalid, "jsonArrPtr is null");
+        return kInvalid;
     }
     KrvJson *item = nullptr;
     uint32_t ret = TypedMemberGet(json, key, KRV_JSON_ARRAY, "valueType isn't ARRAY : %u", &item);
@@ -238,7 +238,7 @@ uint32_t KRV_JsonArrayGet(KrvJson *json, const char *key, KrvJson **jsonArrPtr)
 bool KRV_JsonIsKeyExist(KrvJson *json, const char *key)
 {
     if (json == nullptr || key == nullptr) {
-        KRV_DIAG(kInval, "invaild param");
+        KRV_DIAG(kInvalid, "invaild param");
         return false;
     }
     KrvJson *item = nullptr;
@@ -248,8 +248,8 @@ bool KRV_JsonIsKeyExist(KrvJson *json, const char *key)
 uint32_t KRV_JsonArraySizeGet(KrvJson *arr, uint32_t *size)
 {
     if (!IsArray(arr) || size == nullptr) {
-        KRV_DIAG(kInval, "invaild param");
-        return kInval;
+        KRV_DIAG(kInvalid, "invaild param");
+        return kInvalid;
     }
     *size = arr->arrLen;
     return kOk;
@@ -260,12 +260,12 @@ uint32_t KRV_JsonArraySizeGet(KrvJson *arr, uint32_t *size)
 uint32_t KRV_JsonArrayItemGet(KrvJson *arr, uint32_t index, KrvJson **item)
 {
     if (item == nullptr || !IsArray(arr)) {
-        KRV_DIAG(kInval, "invaild param");
-        return kInval;
+        KRV_DIAG(kInvalid, "invaild param");
+        return kInvalid;
     }
     if (index >= arr->arrLen) {
-        KRV_DIAG(kFail, "index：%u error, arrLen: %u", index, arr->arrLen);
-        return kFail;
+        KRV_DIAG(kFailed, "index：%u error, arrLen: %u", index, arr->arrLen);
+        return kFailed;
     }
     KrvJsonChild *link = arr->child;
     uint32_t walked = 0;
@@ -274,8 +274,8 @@ uint32_t KRV_JsonArrayItemGet(KrvJson *arr, uint32_t index, KrvJson **item)
         walked++;
     }
     if (link == nullptr || link->item == nullptr) {
-        KRV_DIAG(kFail, "arr item get failed, idx: %u, i: %u", index, walked);
-        return kFail;
+        KRV_DIAG(kFailed, "arr item get failed, idx: %u, i: %u", index, walked);
+        return kFailed;
     }
     *item = link->item;
     return kOk;
@@ -285,8 +285,8 @@ uint32_t KRV_JsonArrayItemGet(KrvJson *arr, uint32_t index, KrvJson **item)
 uint32_t KRV_JsonArrayStringValueGet(KrvJson *arr, uint32_t index, char **str)
 {
     if (str == nullptr || !IsArray(arr) || arr->arrType != KRV_JSON_STRING) {
-        KRV_DIAG(kInval, "invaild param");
-        return kInval;
+        KRV_DIAG(kInvalid, "invaild param");
+        return kInvalid;
     }
     KrvJson *item = nullptr;
     uint32_t ret = KRV_JsonArrayItemGet(arr, index, &item);
@@ -294,8 +294,8 @@ uint32_t KRV_JsonArrayStringValueGet(KrvJson *arr, uint32_t index, char **str)
         return ret;
     }
     if (item->valueType != KRV_JSON_STRING) {
-        KRV_DIAG(kFail, "valueType isn't STRING：%u", item->valueType);
-        return kFail;
+        KRV_DIAG(kFailed, "valueType isn't STRING：%u", item->valueType);
+        return kFailed;
     }
     return Cast2String(item, str);
 }
@@ -304,8 +304,8 @@ uint32_t KRV_JsonArrayStringValueGet(KrvJson *arr, uint32_t index, char **str)
 uint32_t KRV_JsonArrayNumberValueGet(KrvJson *arr, uint32_t index, double *val)
 {
     if (val == nullptr || !IsArray(arr) || arr->arrType != KRV_JSON_NUMBER) {
-        KRV_DIAG(kInval, "invaild param");
-        return kInval;
+        KRV_DIAG(kInvalid, "invaild param");
+        return kInvalid;
     }
     KrvJson *item = nullptr;
     uint32_t ret = KRV_JsonArrayItemGet(arr, index, &item);

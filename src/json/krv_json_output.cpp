@@ -16,7 +16,7 @@
 namespace {
 
 constexpr char kKrvSource[] = "krv_json";
-using namespace krv::json::status;
+using namespace krv;
 
 // Children one container may have in the output.
 constexpr uint32_t kMaxChildren = 50;
@@ -84,8 +84,8 @@ uint32_t KeySerializes(const KrvJson *json, Writer *w)
     assert(w->offset + room <= w->capacity);
     int written = krv::sprintf_s(w->buf + w->offset, room, "\"%s\":", json->key);
     if (written < 0) {
-        KRV_DIAG(kFail, "sprintf_s failed, key is %s", json->key);
-        return kFail;
+        KRV_DIAG(kFailed, "sprintf_s failed, key is %s", json->key);
+        return kFailed;
     }
     w->offset += static_cast<size_t>(written);
     return kOk;
@@ -97,8 +97,8 @@ uint32_t StringSerializes(const KrvJson *json, Writer *w)
     assert(w->offset + room <= w->capacity);
     int written = krv::sprintf_s(w->buf + w->offset, room, "\"%s\"", json->stringValue);
     if (written < 0) {
-        KRV_DIAG(kFail, "sprintf_s failed");
-        return kFail;
+        KRV_DIAG(kFailed, "sprintf_s failed");
+        return kFailed;
     }
     w->offset += static_cast<size_t>(written);
     return kOk;
@@ -118,8 +118,8 @@ uint32_t ContainerSerializes(const KrvJson *json, char open, char close, Writer 
     }
     for (uint32_t countdown = kMaxChildren; countdown > 0; countdown--) {
         if (DoSerializes(link->item, w) != kOk) {
-            KRV_DIAG(kFail, "json Serializes fail");
-            return kFail;
+            KRV_DIAG(kFailed, "json Serializes fail");
+            return kFailed;
         }
         if (link->next == nullptr) {
             PutChar(w, close);
@@ -128,8 +128,8 @@ uint32_t ContainerSerializes(const KrvJson *json, char open, char close, Writer 
         PutChar(w, ',');
         link = link->next;
     }
-    KRV_DIAG(kFail, "depth is error, depth is %u", kMaxChildren);
-    return kFail;
+    KRV_DIAG(kFailed, "depth is error, depth is %u", kMaxChildren);
+    return kFailed;
 }
 
 // Writes json (with its member-name prefix) at the write offset.
@@ -137,12 +137,12 @@ uint32_t DoSerializes(const KrvJson *json, Writer *w)
 {
     uint32_t type = WritableType(json);
     if (type == KRV_JSON_TYPE_NONE) {
-        KRV_DIAG(kFail, "valueType(%u) is error, ", json->valueType);
-        return kFail;
+        KRV_DIAG(kFailed, "valueType(%u) is error, ", json->valueType);
+        return kFailed;
     }
     if (KeySerializes(json, w) != kOk) {
-        KRV_DIAG(kFail, "Json Do Key Serializes failed");
-        return kFail;
+        KRV_DIAG(kFailed, "Json Do Key Serializes failed");
+        return kFailed;
     }
     if (type == KRV_JSON_STRING) {
         return StringSerializes(json, w);
@@ -160,23 +160,23 @@ extern "C" {
 uint32_t KRV_JsonSerializesToString(KrvJson *json, char **jsonStr, size_t *len)
 {
     if (json == nullptr || jsonStr == nullptr || len == nullptr) {
-        KRV_DIAG(kInval, "invaild param");
-        return kInval;
+        KRV_DIAG(kInvalid, "invaild param");
+        return kInvalid;
     }
     *len = 0;
     SerializeSizeGet(json, len);
     size_t bufLen = *len + 1;
     char *buf = static_cast<char *>(KRV_OsalMemAlloc(bufLen));
     if (buf == nullptr) {
-        KRV_DIAG(kNoMem, "malloc failed, mallocLen %zu", bufLen);
-        return kNoMem;
+        KRV_DIAG(kNoMemory, "malloc failed, mallocLen %zu", bufLen);
+        return kNoMemory;
     }
     // Cannot fail: the count is the block's own size.
     (void)krv::memset_s(buf, bufLen, 0, bufLen);
     Writer writer = {buf, bufLen, 0};
     uint32_t ret = DoSerializes(json, &writer);
     if (ret != kOk) {
-        KRV_DIAG(kNoMem, "Json Do Serializes failed");
+        KRV_DIAG(kNoMemory, "Json Do Serializes failed");
         KRV_OsalMemFree(buf);
         return ret;
     }

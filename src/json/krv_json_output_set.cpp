@@ -15,7 +15,7 @@
 namespace {
 
 constexpr char kKrvSource[] = "krv_json";
-using namespace krv::json::status;
+using namespace krv;
 
 // Longest string value a setter accepts, the same bound the parser puts on strings.
 constexpr size_t kMaxStringLen = 4096;
@@ -26,16 +26,16 @@ uint32_t StringCopy(const char *str, size_t strLen, char **copy)
     size_t bufLen = strLen + 1;
     char *buf = static_cast<char *>(KRV_OsalMemAlloc(bufLen));
     if (buf == nullptr) {
-        KRV_DIAG(kNoMem, "malloc failed, mallocLen %zu", bufLen);
-        return kNoMem;
+        KRV_DIAG(kNoMemory, "malloc failed, mallocLen %zu", bufLen);
+        return kNoMemory;
     }
     // Cannot fail: the count is the block's own size.
     (void)krv::memset_s(buf, bufLen, 0, bufLen);
     int rc = krv::strncpy_s(buf, bufLen, str, strLen);
     if (rc != 0) {
         KRV_OsalMemFree(buf);
-        KRV_DIAG(kFail, "strncpy failed, errorcode: %d, bufLen:%zu, len:%zu", rc, bufLen, strLen);
-        return kFail;
+        KRV_DIAG(kFailed, "strncpy failed, errorcode: %d, bufLen:%zu, len:%zu", rc, bufLen, strLen);
+        return kFailed;
     }
     *copy = buf;
     return kOk;
@@ -48,8 +48,8 @@ uint32_t StringMemberAppend(KrvJson *json, const char *key, char *copy)
     KrvJson *node = krv::json::Create(KRV_JSON_STRING);
     if (node == nullptr) {
         KRV_OsalMemFree(copy);
-        KRV_DIAG(kNoMem, "string json create failed");
-        return kNoMem;
+        KRV_DIAG(kNoMemory, "string json create failed");
+        return kNoMemory;
     }
     node->stringValue = copy;
     uint32_t ret = krv::json::ItemAddToObject(key, node, json);
@@ -75,9 +75,9 @@ uint32_t ValueFromText(const char *str, KrvJson **value)
     }
     krv::json::SkipWhitespace(&cursor);
     if (cursor.pos < cursor.len) {
-        KRV_DIAG(kFail, "fileSize :%u, offset is :%u", cursor.len, cursor.pos);
+        KRV_DIAG(kFailed, "fileSize :%u, offset is :%u", cursor.len, cursor.pos);
         KRV_JsonDelete(parsed);
-        return kFail;
+        return kFailed;
     }
     *value = parsed;
     return kOk;
@@ -88,13 +88,13 @@ uint32_t ArrayLinkMake(KrvJson *array, const char *key, KrvJsonChild **link)
 {
     int rc = krv::strcpy_s(array->key, KRV_JSON_KEY_LEN, key);
     if (rc != 0) {
-        KRV_DIAG(kFail, "strcpys failed str: %s, errorcode: %d", key, rc);
-        return kFail;
+        KRV_DIAG(kFailed, "strcpys failed str: %s, errorcode: %d", key, rc);
+        return kFailed;
     }
     *link = krv::json::ChildInit(array);
     if (*link == nullptr) {
-        KRV_DIAG(kNoMem, "Json Child Init failed");
-        return kNoMem;
+        KRV_DIAG(kNoMemory, "Json Child Init failed");
+        return kNoMemory;
     }
     return kOk;
 }
@@ -124,13 +124,13 @@ extern "C" {
 uint32_t KRV_JsonStringValueSet(KrvJson *json, const char *key, const char *str)
 {
     if (key == nullptr || str == nullptr || json == nullptr) {
-        KRV_DIAG(kInval, "invaild param");
-        return kInval;
+        KRV_DIAG(kInvalid, "invaild param");
+        return kInvalid;
     }
     size_t strLen = std::strlen(str);
     if (strLen > kMaxStringLen) {
-        KRV_DIAG(kInval, "strLen:%zu > MAXPATH", strLen);
-        return kInval;
+        KRV_DIAG(kInvalid, "strLen:%zu > MAXPATH", strLen);
+        return kInvalid;
     }
     char *copy = nullptr;
     uint32_t ret = StringCopy(str, strLen, &copy);
@@ -142,9 +142,9 @@ uint32_t KRV_JsonStringValueSet(KrvJson *json, const char *key, const char *str)
         return StringMemberAppend(json, key, copy);
     }
     if (item->valueType != KRV_JSON_STRING) {
-        KRV_DIAG(kFail, "valueType isn't STRING：%u", item->valueType);
+        KRV_DIAG(kFailed, "valueType isn't STRING：%u", item->valueType);
         KRV_OsalMemFree(copy);
-        return kFail;
+        return kFailed;
     }
     KRV_OsalMemFree(item->stringValue);
     item->stringValue = copy;
@@ -156,8 +156,8 @@ uint32_t KRV_JsonStringValueSet(KrvJson *json, const char *key, const char *str)
 uint32_t KRV_JsonArrayValueSet(KrvJson *json, const char *key, const char *str)
 {
     if (key == nullptr || str == nullptr || json == nullptr) {
-        KRV_DIAG(kInval, "invaild param");
-        return kInval;
+        KRV_DIAG(kInvalid, "invaild param");
+        return kInvalid;
     }
     KrvJson *value = nullptr;
     uint32_t ret = ValueFromText(str, &value);
@@ -165,9 +165,9 @@ uint32_t KRV_JsonArrayValueSet(KrvJson *json, const char *key, const char *str)
         return ret;
     }
     if (value->valueType != KRV_JSON_ARRAY) {
-        KRV_DIAG(kFail, "valueType is error, valueType :%u", value->valueType);
+        KRV_DIAG(kFailed, "valueType is error, valueType :%u", value->valueType);
         KRV_JsonDelete(value);
-        return kFail;
+        return kFailed;
     }
     KrvJsonChild *link = nullptr;
     ret = ArrayLinkMake(value, key, &link);

@@ -6,14 +6,15 @@
 #include <cerrno>
 
 #include "krv_osal.h"
+#include "osal/krv_status.h"
 
 namespace {
 
-constexpr uint32_t kOk = 0;
-constexpr uint32_t kRwFailed = 1;
-constexpr uint32_t kNoMemory = 12;
-constexpr uint32_t kPlatformFailed = 14;
-constexpr uint32_t kInvalid = 22;
+using krv::kInvalid;
+using krv::kNoMemory;
+using krv::kOk;
+using krv::kPlatformFailed;
+constexpr uint32_t kRwFailed = krv::kFailed;  // read-write locks report platform refusals as 1
 
 template <typename T>
 T *Object(void *handle)

@@ -299,6 +299,7 @@ void KrvRelTmrFree(KrvRelTmrNode *node)
 
 }  // namespace krv::reltmr
 
+using namespace krv;
 using namespace krv::reltmr;
 
 extern "C" {

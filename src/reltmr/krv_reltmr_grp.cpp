@@ -60,6 +60,7 @@ void KrvRelTmrGrpCountAdd(KrvRelTmrCtrl *ctrl, KrvRelTmrPool *pool, uint32_t del
 
 }  // namespace krv::reltmr
 
+using namespace krv;
 using namespace krv::reltmr;
 
 extern "C" {

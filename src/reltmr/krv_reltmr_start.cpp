@@ -103,6 +103,7 @@ uint32_t KrvStartRelTimer(KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t 
 
 }  // namespace krv::reltmr
 
+using namespace krv;
 using namespace krv::reltmr;
 
 extern "C" {
