@@ -95,6 +95,21 @@ TEST_F(ErrStack, LimitRangeAndNodeLimitWithRealThreads)
               std::tie(got[0].code, got[0].level, got[0].file, got[0].line, got[0].msg));
 }
 
+// A thread whose record could not be allocated reads as an empty stack and retries on its next push.
+TEST_F(ErrStack, RecordlessStackReadsEmptyUntilAPushAllocatesIt)
+{
+    {
+        krvtest::AllocFailure failRecord(0, 1);
+        KRV_EnoErrorWrapperPush(0, 3, 4);
+    }
+    EXPECT_EQ(0u, KRV_EnoLastErrorGet());  // empty, not 255: the thread has a node
+    KRV_EnoErrorRefInc();
+    KRV_EnoErrorStackForceClear();
+    EXPECT_EQ(255u, PopOnOtherThread());
+    KRV_EnoErrorWrapperPush(0, 3, 5);
+    EXPECT_EQ(0x305u, KRV_EnoLastErrorGet());
+}
+
 TEST_F(ErrStack, ConcurrentThreadsSeeOnlyTheirOwnCodes)
 {
     std::atomic<unsigned> faults{0};

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstring>
@@ -59,6 +60,17 @@ TEST(OsalMem, SizeLimitsHeadersCopiesAndRefusals)
     for (void *block : {one, static_cast<void *>(zeros), static_cast<void *>(same)}) {
         KRV_OsalMemFree(block);
     }
+}
+
+TEST(OsalInfo, VersionTextsAndTheStoredDumpHook)
+{
+    EXPECT_STREQ("Merilux_2.22.0.104-build.0100", KRV_VersionGet());
+    EXPECT_STREQ("2022-12-03 10:00", KRV_VersionReleaseTimeGet());
+    EXPECT_STREQ("Merilux_UGM_2.22.0.104-build.0100", KRV_VersionUgmVersionGet());
+    EXPECT_EQ(nullptr, KRV_OsalMemDmgDumpFuncGet());
+    KRV_OsalDlmSliceDumpFuncReg(reinterpret_cast<KrvOsalDumpFunc>(&KRV_OsalPageSizeGet));
+    EXPECT_EQ(reinterpret_cast<KrvOsalDumpFunc>(&KRV_OsalPageSizeGet), KRV_OsalDlmSliceDumpFuncGet());
+    EXPECT_EQ(sysconf(_SC_PAGESIZE), KRV_OsalPageSizeGet());
 }
 
 TEST(OsalDelay, ASignalRestartsTheWholeInterval)
