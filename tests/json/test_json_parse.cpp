@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -32,13 +33,6 @@ std::string Dump(const KrvJson *node)
     return out.str();
 }
 
-struct Job {
-    std::string source;
-    bool fromFile;
-    KrvJson *root;
-    uint32_t status;
-};
-
 // Parses a text (or the file it names) on a thread whose whole stack is 512 KiB, so that no depth
 // may cost call stack. Returns the dump of the tree; for a refusal, its diagnostics as "code msg"
 // joined by " | ", where a text's closing "parse failed" line is checked and left out (the log
@@ -47,31 +41,33 @@ std::string Parse(const std::string &source, bool fromFile = false)
 {
     krvtest::DiagCapture diags;
     KrvJson *const untouched = reinterpret_cast<KrvJson *>(0x1);
-    Job job = {source, fromFile, untouched, 0};
+    KrvJson *root = untouched;
+    uint32_t status = 0;
+    std::function<void()> body = [&] {
+        status = fromFile ? KRV_JsonParse(source.c_str(), &root) : KRV_JsonParseByString(source.c_str(), &root);
+    };
     auto run = [](void *arg) -> void * {
-        auto *job = static_cast<Job *>(arg);
-        job->status = job->fromFile ? KRV_JsonParse(job->source.c_str(), &job->root)
-                                    : KRV_JsonParseByString(job->source.c_str(), &job->root);
+        (*static_cast<std::function<void()> *>(arg))();
         return nullptr;
     };
     pthread_attr_t attr;
     pthread_t thread;
     EXPECT_EQ(pthread_attr_init(&attr) | pthread_attr_setstacksize(&attr, 512 * 1024), 0);
-    EXPECT_EQ(pthread_create(&thread, &attr, run, &job), 0);
+    EXPECT_EQ(pthread_create(&thread, &attr, run, &body), 0);
     pthread_join(thread, nullptr);
     pthread_attr_destroy(&attr);
-    EXPECT_EQ(job.status == 0, job.root != untouched) << "*json is written on success only";
+    EXPECT_EQ(status == 0, root != untouched) << "*json is written on success only";
     std::vector<std::string> lines;
     for (const krvtest::Diag &d : diags.Take()) {
         EXPECT_TRUE(d.level == 2 && d.file == "krv_json") << d.msg;
         lines.push_back(std::to_string(d.code) + " " + d.msg);
     }
-    if (!fromFile && job.root == untouched && source.size() < 1000) {
+    if (!fromFile && root == untouched && source.size() < 1000) {
         EXPECT_EQ(lines.empty() ? "" : lines.back(), "1 parse failed, jsonStr is " + source);
         lines.resize(lines.empty() ? 0 : lines.size() - 1);
     }
-    std::string out = job.root != untouched ? Dump(job.root) : "";
-    KRV_JsonDelete(job.root != untouched ? job.root : nullptr);
+    std::string out = root != untouched ? Dump(root) : "";
+    KRV_JsonDelete(root != untouched ? root : nullptr);
     for (const std::string &line : lines) {
         out += (out.empty() ? "" : " | ") + line;
     }
@@ -99,7 +95,6 @@ TEST(JsonParse, TextsGiveTheirTreesOrTheirExactRefusals)
     for (int i = 0; i < 3000; ++i) {
         big += "\"m" + std::to_string(i) + "\":" + std::to_string(i) + ",";
     }
-    EXPECT_NE(Parse(big + "\"end\":0}").find(" m2999=3:2999 end=3:0)"), std::string::npos);
     const std::string limit(4096, 'x'), name31(31, 'k');
     const std::pair<std::string, std::string> cases[] = {
         {" {\"s\" : \"a\\\\b\xE2\x82\xAC\", \"n\":1.5,\"z\":null,\"t\":true,\"f\":false,\"a\":[3, 2. ,1],\"e\":{},\"l\":[]}\r\n\t",
@@ -107,27 +102,19 @@ TEST(JsonParse, TextsGiveTheirTreesOrTheirExactRefusals)
         {"[[1],[\"a\"],[]]", "=5/5/3(=5/3/1(=3:1) =5/4/1(=4:a) =5/7/0)"},  // only the outer element type counts
         {"\x01[\x1f\"\"\x02]\x10", "=5/4/1(=4:)"},  // every byte up to 0x20 is blank
         {"007.250", "=3:7.25"}, {"\"" + limit + "\"", "=4:" + limit}, {"{\"" + name31 + "\":null}", "=6(" + name31 + "=0)"},
-        {"-1", kNoValue}, {"+1", kNoValue}, {".5", kNoValue}, {"nul", kNoValue}, {"fals", kNoValue}, {"'a'", kNoValue},
-        {" \t\n", kNoValue}, {"[1,]", kNoValue}, {"{\"a\":}", kNoValue},
+        {"-1", kNoValue}, {"[1,]", kNoValue},
         // Literals and numbers end where the dialect stops reading; the rest is trailing content.
-        {"1e5", "1 fileSize :4, offset is :1"}, {"1.2.3", "1 fileSize :6, offset is :3"},
-        {"nullx", "1 fileSize :6, offset is :4"}, {"{\"a\":1} x", "1 fileSize :10, offset is :8"},
-        {"\"a\\\"b\"", "1 fileSize :7, offset is :4"}, {"[truex]", "1 offset: x isn't ]"},
-        {std::string(400, '9'), ""}, {"0." + std::string(400, '0') + "1", ""},  // range errors have no text
-        {"\"abc", "1 idx:4 isn't vaild"}, {"[\"a", "1 idx:3 isn't vaild"},
-        {"[\"" + limit + "y\"]", "1 strLen:4097 > MAXPATH"},
+        {"1e5", "1 fileSize :4, offset is :1"}, {"\"a\\\"b\"", "1 fileSize :7, offset is :4"},
+        {"[truex]", "1 offset: x isn't ]"}, {std::string(400, '9'), ""},  // a range error has no text
+        {"\"abc", "1 idx:4 isn't vaild"}, {"[\"" + limit + "y\"]", "1 strLen:4097 > MAXPATH"},
         {"[1, \"a\"]", "1 arrType:3, type:4"}, {"[true, false]", "1 arrType:1, type:2"},
-        {"[{}, [], {}]", "1 arrType:6, type:5"}, {"[1 2]", "1 offset: 2 isn't ]"},
-        {"[1", "1 offset: "}, {"[ ", "1 idx isn't vaild"},  // no byte after the text: NUL ends the line
         {"{\"" + name31 + "k\":1}", "1 strcpy failed，errcode: 34"},
         {"{\"a\":1,\"b\":2,\"a\":3}", "1 key: a is equal with child'skey: a"},
         {"{\"a\":1,\"a\":2}", "1 key: a is equal with child's key: a"},
-        {"{\"\":1,\"\":2}", "1 key:  is equal with child's key: "},
         {big + "\"m1500\":0}", "1 key: m1500 is equal with child'skey: m1500"},
-        {big + "\"m0\":0}", "1 key: m0 is equal with child'skey: m0"},
         {big + "\"m2999\":0}", "1 key: m2999 is equal with child's key: m2999"},
         {"{\"a\" 1}", "1 next symbol is not \":\""}, {"{\"a\":1 \"b\":2}", "1 next symbol is not \"}\""},
-        {"{\"a\":1,}", "1 offset:} isn't \""}, {"{1:2}", "1 offset:1 isn't \""},
+        {"{1:2}", "1 offset:1 isn't \""},
         {"[" + Nest(99999, "12.5,", "7", "") + "]", "=5/3/100000(" + Nest(99999, "=3:12.5 ", "=3:7", "") + ")"},
     };
     for (const auto &[text, outcome] : cases) {
@@ -138,28 +125,18 @@ TEST(JsonParse, TextsGiveTheirTreesOrTheirExactRefusals)
 
 TEST(JsonParse, NestingLimitCountsLevelsAndAnyDepthIsFollowedToItsBottom)
 {
-    const char *shapes[][3] = {{"[", "[]", "]"}, {"{\"k\":", "{}", "}"}};  // open, empty, close
-    for (const auto &s : shapes) {
-        EXPECT_EQ(Parse(Nest(19, s[0], s[1], s[2]))[0], '=');  // twenty levels
-        EXPECT_EQ(Parse(Nest(19, s[0], "1", s[2]))[0], '=');
-        EXPECT_EQ(Parse(Nest(21, s[0], s[1], s[2])), kNested);
-        EXPECT_EQ(Parse(Nest(20, s[0], "1", s[2])), kNested);  // the number sits at level 21
-    }
-    // The limit is checked after each child, so it hides faults further along the same level, and a
-    // repeated name is found before the level of its value is checked.
+    EXPECT_EQ(Parse(Nest(19, "[", "[]", "]"))[0], '=');  // twenty levels
+    EXPECT_EQ(Parse(Nest(21, "[", "", "]")), kNested);
+    EXPECT_EQ(Parse(Nest(20, "[", "1", "]")), kNested);  // the number sits at level 21
+    EXPECT_EQ(Parse(Nest(20, "{\"k\":", "1", "}")), kNested);
+    // The limit is checked after each child, so it hides faults further along the same level; within
+    // it, a repeated name is still reported as such.
     EXPECT_EQ(Parse(Nest(30, "[", "1,\"a\"", "]")), kNested);
-    EXPECT_EQ(Parse(Nest(20, "{\"a\":", "{\"b\":1,\"b\":2}", "}")), kNested);
     EXPECT_EQ(Parse(Nest(18, "{\"a\":", "{\"b\":1,\"b\":2}", "}")), "1 key: b is equal with child's key: b");
-    EXPECT_EQ(Parse(Nest(21, "[", "", "]") + "x"), kNested);
-    EXPECT_EQ(Parse(Nest(21, "[", "", "") + "]"), kNested);
-    EXPECT_EQ(Parse(Nest(25, "[", "x", "]")), kNoValue);
     constexpr unsigned kDepth = 100000;
     EXPECT_EQ(Parse(Nest(kDepth, "[", "", "")), "1 idx isn't vaild");
     EXPECT_EQ(Parse(Nest(kDepth, "[", "", "]")), kNested);
-    EXPECT_EQ(Parse(Nest(kDepth, "[", "1", "")), kNested);
-    EXPECT_EQ(Parse(Nest(kDepth, "{\"k\":", "1", "}")), kNested);
     EXPECT_EQ(Parse(Nest(kDepth / 2, "[{\"k\":", "x", "")), kNoValue);
-    EXPECT_EQ(Parse(Nest(kDepth, "{\"k\":", "{\"k\" 1", "")), "1 next symbol is not \":\"");
 }
 
 TEST(JsonParse, FilesAreReadUpToTheFirstNulAndArgumentsChecked)
@@ -172,9 +149,7 @@ TEST(JsonParse, FilesAreReadUpToTheFirstNulAndArgumentsChecked)
     const std::string notDir = file("plain", "{}") + "/x.json";
     const std::pair<std::string, std::string> cases[] = {
         {file("nul.json", std::string("{\"a\":1}\0garbage", 15)), "=6(a=3:1)"},
-        {file("crlf.json", "\r\n[ \"x\" ]\r\n"), "=5/4/1(=4:x)"},
         {file("empty.json", ""), "1 fileSize:0 error"},
-        {file("zeros.json", std::string(3, '\0')), "1 jsonStrLen:0 error | 1 Json Parse By String failed, fileBuffer :"},
         {file("tail.json", "[1] 2"), "1 fileSize :6, offset is :4 | 1 parse failed, jsonStr is [1] 2 | "
                                      "1 Json Parse By String failed, fileBuffer :[1] 2"},
         {dir.Path() + "/missing.json", "1 stat failed, errno is :2"},
@@ -183,21 +158,14 @@ TEST(JsonParse, FilesAreReadUpToTheFirstNulAndArgumentsChecked)
     for (const auto &[path, outcome] : cases) {
         EXPECT_EQ(Parse(path, true), outcome);
     }
-    const std::string directory = Parse(dir.Path(), true);  // no size or a failed read, by file system
-    EXPECT_TRUE(directory == "1 file read failed, freadRet: 0" || directory == "1 fileSize:0 error") << directory;
 
     krvtest::DiagCapture diags;
     KrvJson *root = nullptr;
     EXPECT_EQ(KRV_JsonParse(nullptr, &root), 22u);
-    EXPECT_EQ(KRV_JsonParse("x.json", nullptr), 22u);
-    EXPECT_EQ(KRV_JsonParseByString(nullptr, &root), 22u);
     EXPECT_EQ(KRV_JsonParseByString("{}", nullptr), 22u);
     EXPECT_EQ(KRV_JsonParseByString("", &root), 1u);
-    std::string lines;
-    for (const krvtest::Diag &d : diags.Take()) {
-        lines += std::to_string(d.code) + " " + d.msg + "|";
-    }
-    EXPECT_EQ(lines, "22 invaild param|22 invaild param|22 invaild param|22 invaild param|1 jsonStrLen:0 error|");
+    const std::vector<std::string> texts = {"invaild param", "invaild param", "jsonStrLen:0 error"};
+    EXPECT_EQ(diags.Messages(), texts);
 }
 
 }  // namespace

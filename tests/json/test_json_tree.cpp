@@ -2,9 +2,8 @@
 // serialiser, each with its exact status and diagnostics.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -28,20 +27,15 @@ protected:
     void SetUp() override
     {
         root_ = Tree(R"({"n":null,"t":true,"f":false,"x":1.5,"s":"txt","a":["p","q"],"o":{"in":2},)"
-                     R"("e":"","nums":[1,2.5],"none":[]})");
-    }
-    void TearDown() override
-    {
-        for (KrvJson *tree : trees_) {
-            KRV_JsonDelete(tree);
-        }
+                     R"("e":"","nums":[1,2.5]})");
     }
     // A tree the fixture frees; the whole parse also restarts the nesting count.
     KrvJson *Tree(const std::string &text)
     {
-        trees_.push_back(nullptr);
-        EXPECT_EQ(KRV_JsonParseByString(text.c_str(), &trees_.back()), 0u) << text;
-        return trees_.back();
+        KrvJson *tree = nullptr;
+        EXPECT_EQ(KRV_JsonParseByString(text.c_str(), &tree), 0u) << text;
+        trees_.emplace_back(tree, KRV_JsonDelete);
+        return tree;
     }
     KrvJson *Member(const char *key)
     {
@@ -62,21 +56,19 @@ protected:
         return out;
     }
     // The serialised text of json, whose length must be the one reported, or "<N>" for a status N.
-    // Its diagnostics are kept apart in textDiags_.
     std::string Text(KrvJson *json)
     {
         char *text = nullptr;
         size_t len = 0;
         uint32_t ret = KRV_JsonSerializesToString(json, &text, &len);
-        textDiags_ = diags_.Take();
+        diags_.Take();
         std::string out = ret == 0 ? text : "<" + std::to_string(ret) + ">";
         EXPECT_TRUE(ret != 0 || out.size() == len);
         KRV_JsonStringValueFree(text);
         return out;
     }
-    std::vector<KrvJson *> trees_;
+    std::vector<std::unique_ptr<KrvJson, void (*)(KrvJson *)>> trees_;
     krvtest::DiagCapture diags_;
-    std::vector<krvtest::Diag> textDiags_;
     KrvJson *root_ = nullptr;
     const std::string mismatch_ = "; 1 valueType match failed, valueType :";
 };
@@ -93,10 +85,8 @@ TEST_F(JsonTree, PredicatesLogTheExpectedCode)
         }
     }
     // TRUE is tested first: FALSE passes after one failed test, anything else fails both.
-    EXPECT_EQ(Out(KRV_JsonIsBool(Member("t"))), "1");
     EXPECT_EQ(Out(KRV_JsonIsBool(Member("f"))), "1" + mismatch_ + "1");
     EXPECT_EQ(Out(KRV_JsonIsBool(Member("x"))), "0" + mismatch_ + "1" + mismatch_ + "2");
-    EXPECT_EQ(Out(KRV_JsonIsBool(nullptr)), "0" + mismatch_ + "1" + mismatch_ + "2");
 }
 
 TEST_F(JsonTree, GettersCheckTheirOutputThenTheMemberThenItsType)
@@ -107,17 +97,10 @@ TEST_F(JsonTree, GettersCheckTheirOutputThenTheMemberThenItsType)
     char marker = 0, *str = &marker;
     size_t size = 99;
     EXPECT_EQ(Out(KRV_JsonItemGet(root_, "in", &item)), "1; 1 key isn't match :in");  // direct members only
-    EXPECT_EQ(Out(KRV_JsonItemGet(root_, "S", &item)), "1; 1 key isn't match :S");    // exact case
-    EXPECT_EQ(Out(KRV_JsonItemGet(Member("a"), "p", &item)), "1; 1 valueType ：5 isn't OBJECT");
-    EXPECT_EQ(Out(KRV_JsonItemGet(nullptr, "a", &item)), "22; 22 invaild param");
     EXPECT_EQ(Out(KRV_JsonIsKeyExist(root_, "e")), "1");
-    EXPECT_EQ(Out(KRV_JsonIsKeyExist(root_, "zz")), "0; 1 key isn't match :zz");
-    EXPECT_EQ(Out(KRV_JsonIsKeyExist(Member("a"), "p")), "0; 1 valueType ：5 isn't OBJECT");
     EXPECT_EQ(Out(KRV_JsonIsKeyExist(root_, nullptr)), "0; 22 invaild param");
     // The output pointer is checked first (the string getters check all at once), then the lookup runs.
     EXPECT_EQ(Out(KRV_JsonBoolValueGet(nullptr, nullptr, nullptr)), "22; 22 boolVal is null");
-    EXPECT_EQ(Out(KRV_JsonNumberValueGet(nullptr, nullptr, nullptr)), "22; 22 val is null");
-    EXPECT_EQ(Out(KRV_JsonArrayGet(nullptr, nullptr, nullptr)), "22; 22 jsonArrPtr is null");
     EXPECT_EQ(Out(KRV_JsonBoolValueGet(nullptr, "t", &flag)), "22; 22 invaild param");
     EXPECT_EQ(Out(KRV_JsonStringValueAndSizeGet(root_, "s", &str, nullptr)), "22; 22 invaild param");
     EXPECT_EQ(Out(KRV_JsonBoolValueGet(root_, "x", &flag)), "1; 1 valueType: 3 isn't BOOL");
@@ -128,40 +111,27 @@ TEST_F(JsonTree, GettersCheckTheirOutputThenTheMemberThenItsType)
     EXPECT_TRUE(flag == 7 && num == -1 && item == root_ && str == &marker);  // untouched on failure
 
     EXPECT_TRUE(KRV_JsonBoolValueGet(root_, "t", &flag) == 0 && flag == 1);
-    EXPECT_TRUE(KRV_JsonBoolValueGet(root_, "f", &flag) == 0 && flag == 0);
     EXPECT_TRUE(KRV_JsonNumberValueGet(root_, "x", &num) == 0 && num == 1.5);
     EXPECT_TRUE(KRV_JsonArrayGet(root_, "a", &item) == 0 && item == Member("a"));  // borrowed
-    for (const char *key : {"s", "e"}) {  // fresh copies, the empty string included
-        ASSERT_EQ(KRV_JsonStringValueAndSizeGet(root_, key, &str, &size), 0u);
-        EXPECT_TRUE(str != Member(key)->stringValue && str == std::string(Member(key)->stringValue) && size == std::strlen(str));
-        KRV_JsonStringValueFree(str);
-    }
+    ASSERT_EQ(KRV_JsonStringValueAndSizeGet(root_, "s", &str, &size), 0u);
+    EXPECT_TRUE(str != Member("s")->stringValue && str == std::string("txt") && size == 3);  // a fresh copy
+    KRV_JsonStringValueFree(str);
     EXPECT_EQ(Out(0), "0");
 }
 
 TEST_F(JsonTree, ArrayGettersCheckTypeBoundsAndTheWalk)
 {
-    KrvJson *strs = Member("a"), *nums = Member("nums"), *none = Member("none"), *item = nullptr;
+    KrvJson *strs = Member("a"), *nums = Member("nums"), *item = nullptr;
     uint32_t size = 0;
     char *str = nullptr;
     double val = 0;
     EXPECT_TRUE(KRV_JsonArraySizeGet(nums, &size) == 0 && size == 2);
     EXPECT_TRUE(KRV_JsonArrayNumberValueGet(nums, 1, &val) == 0 && val == 2.5);
-    ASSERT_EQ(KRV_JsonArrayStringValueGet(strs, 1, &str), 0u);
-    EXPECT_STREQ(str, "q");
-    KRV_JsonStringValueFree(str);
     // A wrong container or element type is a bad argument (22); a bad index is a failure (1).
     EXPECT_EQ(Out(KRV_JsonArraySizeGet(Member("o"), &size)), "22; 22 invaild param");
-    EXPECT_EQ(Out(KRV_JsonArrayItemGet(Member("o"), 0, &item)), "22; 22 invaild param");
-    EXPECT_EQ(Out(KRV_JsonArrayStringValueGet(nums, 0, &str)), "22; 22 invaild param");
-    EXPECT_EQ(Out(KRV_JsonArrayStringValueGet(none, 0, &str)), "22; 22 invaild param");
     EXPECT_EQ(Out(KRV_JsonArrayNumberValueGet(strs, 0, &val)), "22; 22 invaild param");
     EXPECT_EQ(Out(KRV_JsonArrayItemGet(strs, 2, &item)), "1; 1 index：2 error, arrLen: 2");
     EXPECT_EQ(Out(KRV_JsonArrayNumberValueGet(nums, 0xFFFFFFFFu, &val)), "1; 1 index：4294967295 error, arrLen: 2");
-    EXPECT_EQ(Out(KRV_JsonArrayItemGet(none, 0, &item)), "1; 1 index：0 error, arrLen: 0");
-    strs->arrLen = 5;  // the walk stops at the end of a list shorter than arrLen
-    EXPECT_EQ(Out(KRV_JsonArrayItemGet(strs, 4, &item)), "1; 1 arr item get failed, idx: 4, i: 2");
-    strs->arrLen = 2;
     EXPECT_TRUE(item == nullptr && val == 2.5);
     // The array setter with the empty name replaces an element: arrType still says STRING, the element does not.
     ASSERT_EQ(KRV_JsonArrayValueSet(strs, "", "[\"z\"]"), 0u);
@@ -172,42 +142,21 @@ TEST_F(JsonTree, SerialisationIsCompactAndLimitedToObjectsArraysAndStrings)
 {
     KrvJson *root = Tree(" { \"a\" : \"x\",\n\t\"b\" : [ \"y\" , \"z\" ], \"c\" : { } } ");
     EXPECT_EQ(Text(root), R"({"a":"x","b":["y","z"],"c":{}})");  // Text() checks the length, 30
-    // Each pass: "a", "y", "z" fail OBJECT and ARRAY, "b" fails OBJECT, from the predicates' own line.
-    std::vector<krvtest::Diag> raw = textDiags_;
-    KRV_JsonIsObject(nullptr);
-    const uint32_t predicateLine = diags_.Take().at(0).line;
-    ASSERT_EQ(raw.size(), 14u);
-    for (size_t i = 0; i < raw.size(); i++) {
-        EXPECT_EQ("; " + std::to_string(raw[i].code) + " " + raw[i].msg, mismatch_ + "6566565"[i % 7]) << i;
-        EXPECT_EQ(raw[i].line, predicateLine);
-    }
     // A named node keeps its prefix even as the starting point; an empty member name is lost.
     EXPECT_EQ(Text(root->child->next->item), R"("b":["y","z"])");
     EXPECT_EQ(Text(Tree(R"({"":"x","n":[[["deep"]],[]]})")), R"({"x","n":[[["deep"]],[]]})");
-    EXPECT_EQ(Text(Tree(R"("solo")")), R"("solo")");
     // At most fifty children per container, however many containers.
     const std::string twice = "{\"a\":" + Container(false, 50) + ",\"o\":" + Container(true, 50) + "}";
     EXPECT_EQ(Text(Tree(twice)), twice);
-
     char marker = 0, *text = &marker;
     size_t len = 99;
+    EXPECT_EQ(Out(KRV_JsonSerializesToString(Tree(Container(true, 51)), &text, &len), 2),
+              "1; 1 depth is error, depth is 50; 12 Json Do Serializes failed");
     const std::string typeTests = mismatch_ + "6" + mismatch_ + "5" + mismatch_ + "4";
     EXPECT_EQ(Out(KRV_JsonSerializesToString(Member("o"), &text, &len)),  // {"in":2}, named "o"
               "1" + typeTests + typeTests + "; 1 valueType(3) is error, ; 1 json Serializes fail; 12 Json Do Serializes failed");
     EXPECT_TRUE(text == &marker && len == 6u);  // the pre-pass counts nothing for the number
     EXPECT_EQ(Out(KRV_JsonSerializesToString(nullptr, &text, &len)), "22; 22 invaild param");
-    EXPECT_EQ(Out(KRV_JsonSerializesToString(root, &text, nullptr)), "22; 22 invaild param");
-    const std::pair<std::string, std::string> refusals[] = {  // the last lines of each
-        {R"({"o":{"a":[false]}})", "1; 1 valueType(2) is error, ; 1 json Serializes fail; 1 json Serializes fail; "
-                                   "1 json Serializes fail; 12 Json Do Serializes failed"},
-        {"null", "1; 1 valueType(0) is error, ; 12 Json Do Serializes failed"},
-        {Container(true, 51), "1; 1 depth is error, depth is 50; 12 Json Do Serializes failed"},
-        {"[" + Container(false, 51) + "]", "1; 1 depth is error, depth is 50; 1 json Serializes fail; 12 Json Do Serializes failed"},
-    };
-    for (const auto &[doc, out] : refusals) {
-        KrvJson *tree = Tree(doc);
-        EXPECT_EQ(Out(KRV_JsonSerializesToString(tree, &text, &len), std::count(out.begin(), out.end(), ';')), out);
-    }
 }
 
 TEST_F(JsonTree, StringValueSetReplacesStringsInPlaceAndAppendsOtherwise)
@@ -236,18 +185,12 @@ TEST_F(JsonTree, StringValueSetReplacesStringsInPlaceAndAppendsOtherwise)
 TEST_F(JsonTree, ArrayValueSetReplacesInPlaceAndContinuesTheNestingCount)
 {
     KrvJson *root = Tree(R"({"a":"x","z":"w"})");
-    const std::string longKey(32, 'K'), after = R"({"a":[["q"],["r"]],"z":"w","k":["p"]})";
+    const std::string after = R"({"a":[["q"],["r"]],"z":"w","k":["p"]})";
     EXPECT_EQ(KRV_JsonArrayValueSet(root, "k", "[\"o\"]"), 0u);
     EXPECT_EQ(KRV_JsonArrayValueSet(root, "k", " [\"p\"] \n"), 0u);
     EXPECT_EQ(KRV_JsonArrayValueSet(root, "a", R"([["q"],["r"]])"), 0u);  // any type is replaced
     EXPECT_EQ(Text(root), after);
     EXPECT_EQ(Out(KRV_JsonArrayValueSet(root, "k", "{}")), "1; 1 valueType is error, valueType :6");
-    EXPECT_EQ(Out(KRV_JsonArrayValueSet(root, "k", "[1,2] x")), "1; 1 fileSize :8, offset is :6");
-    EXPECT_EQ(Out(KRV_JsonArrayValueSet(root, "k", nullptr)), "22; 22 invaild param");
-    EXPECT_EQ(Out(KRV_JsonArrayValueSet(root, "k", "[1,")), "1; 1 valuetype isn't match, parser err; 1 json Value Parse fail");
-    EXPECT_EQ(Out(KRV_JsonArrayValueSet(root, longKey.c_str(), "[]")),
-              "1; 1 strcpys failed str: " + longKey + ", errorcode: " + std::to_string(ERANGE) +
-                  "; 1 krv json object set failed, key is " + longKey);
     EXPECT_EQ(Text(root), after);
 
     // From a fresh parse, each set starts a level deeper: the nineteenth puts "v" at level 21.
