@@ -129,7 +129,7 @@ TEST_F(LogOpsFiles, RotatesOverARingOfThreeAndARestartContinuesIt)
     EXPECT_FALSE(fs::exists(app_ + "/" + ring[0]));
 }
 
-TEST_F(LogOpsFiles, ACrowdedDirectoryLeavesItsFirstNameUnmanaged)
+TEST_F(LogOpsFiles, CrowdedAndEmptyDirectories)
 {
     // Six entries with "." and "..": the last three names form the ring, the first stays unmanaged.
     fs::create_directory(app_);
@@ -144,6 +144,14 @@ TEST_F(LogOpsFiles, ACrowdedDirectoryLeavesItsFirstNameUnmanaged)
     EXPECT_EQ(1u + 8u * 205u, Size("app_4.log"));
     EXPECT_TRUE(fs::exists(app_ + "/app_1.log"));
     EXPECT_FALSE(fs::exists(app_ + "/app_2.log"));
+
+    // An existing but empty directory fails the scan; a fresh file is made and the start succeeds.
+    fs::remove_all(app_);
+    fs::create_directory(app_);
+    ASSERT_EQ(0u, Init());
+    EXPECT_EQ(printed_, "][2][0x1][krv_log_ops]file scan failed\n");
+    EXPECT_EQ(1u, Files().size());
+    KRV_LogOpsFini();
 }
 
 // The current file is a FIFO nobody reads, so the writer blocks on it with its line still queued.
