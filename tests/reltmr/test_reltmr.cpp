@@ -1,5 +1,6 @@
 // The timer module through its exported functions, with the real trigger thread. Anything that
 // depends on time polls with generous bounds.
+#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -145,6 +146,16 @@ TEST(RelTimerApi, StartsStopsAndGroupsValidateAndKeepHandlesStraight)
                                   {12, kM + "KRV_RelTimerofGrpStart]:KrvStartRelTimer failed, ret is 12"},
                                   {22, kM + "KrvRelTmrStop]:status wrong,90,4097"},
                                   {22, kM + "KRV_RelTimerStop]:param invalid"}}));
+    // Freed nodes rejoin at the tail, so the stale node serves again within two starts; stopping
+    // through the stale handle then stops that timer, clears its handle and says so.
+    ASSERT_EQ(KRV_CallBackRelTimerStart(&h, pool, 100000, 0, &info), 0u);
+    if (h != stale) {
+        ASSERT_EQ(KRV_CallBackRelTimerStart(&h, pool, 100000, 0, &info), 0u);
+    }
+    ASSERT_EQ(h, stale);
+    EXPECT_EQ(KRV_RelTimerStop(&stale), 0u);
+    EXPECT_TRUE(h == nullptr && stale == nullptr && pool->usedCount == 0);
+    EXPECT_EQ(Take(diags), (Lines{{22, kM + "KRV_RelTimerStop]:param invalid"}}));
 
     // A group timer's callback gets its serial number and the start's param; the free stops the rest.
     ASSERT_EQ(KRV_RelTimerofGrpStart(grp, 2, 10, 55, 0), 0u);
@@ -162,14 +173,28 @@ void SlowCallback(uint64_t, uint32_t)
     g_inSlowCallback = false;
 }
 
+// Threads of this process: the module adds exactly one, its trigger thread, and the last fini joins it.
+size_t ThreadCount()
+{
+    size_t count = 0;
+    DIR *dir = opendir("/proc/self/task");
+    while (dirent *entry = readdir(dir)) {
+        count += entry->d_name[0] != '.';
+    }
+    closedir(dir);
+    return count;
+}
+
 TEST(RelTimerApi, CallbacksRunAndFiniWaitsBrieflyForThem)
 {
     krvtest::DiagCapture diags;
+    const size_t baseThreads = ThreadCount();
     KrvRelTmrPool *busy = nullptr;
     KrvRelTmrPool *idle = nullptr;
     ASSERT_EQ(KRV_RelTimerInit(4, &busy), 0u);
     EXPECT_EQ(KRV_RelTimerInit(4, &idle), 0u);  // later inits log the passing check, as established
     EXPECT_EQ(KRV_RelTimerInit(4, &busy), 8193u);
+    EXPECT_EQ(ThreadCount(), baseThreads + 1);
     KrvRelTmrNode *h = nullptr;
     KrvRelTmrFuncInfo info = {Record, 123456, 789};
     ASSERT_EQ(KRV_CallBackRelTimerStart(&h, busy, 9, 0, &info), 0u);
@@ -190,6 +215,7 @@ TEST(RelTimerApi, CallbacksRunAndFiniWaitsBrieflyForThem)
     ASSERT_TRUE(WaitFor([&] { return busy->usedCount == 0; }));
     EXPECT_EQ(KRV_RelTimerGrpFree(grp), 0u);
     EXPECT_EQ(KRV_RelTimerFini(busy), 0u);
+    EXPECT_EQ(ThreadCount(), baseThreads);
 }
 
 }  // namespace
