@@ -118,13 +118,15 @@ uint32_t KRV_CallBackRelTimerStart(KrvRelTmrNode **handle, KrvRelTmrPool *pool, 
     }
     auto modeByte = static_cast<uint8_t>(mode);
     KrvRelTmrCtrl *ctrl = use.Get();
+    // Checks and start share one critical section: the start's own lock then only nests (cheap on
+    // the recursive mutex), and no other call can free the pool between the check and its use.
     KRV_OsalMutexLock(ctrl->tmrMutex);
     bool valid = KrvRelTmrStartParamCheck(handle, pool, modeByte, funcInfo);
+    uint32_t ret = valid ? KrvStartRelTimer(handle, pool, intervalMs, modeByte, funcInfo) : kInvalid;
     KRV_OsalMutexUnLock(ctrl->tmrMutex);
     if (!valid) {
         return kInvalid;
     }
-    uint32_t ret = KrvStartRelTimer(handle, pool, intervalMs, modeByte, funcInfo);
     if (ret != 0) {
         KRV_DIAG(ret, "[MERILUX-KRV_CallBackRelTimerStart]:KrvStartRelTimer failed, ret is %u", ret);
     }
