@@ -22,7 +22,7 @@ thread_local FaultState t_fault = {false, 0, 0, 0};
 }  // namespace
 
 // Not instrumented: the sanitizer runtime allocates through here before its shadow memory exists.
-extern "C" __attribute__((no_sanitize_address, no_sanitize_undefined)) void *malloc(size_t size)
+extern "C" __attribute__((no_sanitize_address, no_sanitize_thread, no_sanitize_undefined)) void *malloc(size_t size)
 {
     FaultState &f = t_fault;
     if (f.armed) {
