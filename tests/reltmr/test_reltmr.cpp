@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -173,13 +174,22 @@ void SlowCallback(uint64_t, uint32_t)
     g_inSlowCallback = false;
 }
 
-// Threads of this process: the module adds exactly one, its trigger thread, and the last fini joins it.
+// Live threads of this process: the module adds exactly one, its trigger thread, and the last fini
+// joins it. A joined thread may linger a moment as a dead task, so only running states count.
 size_t ThreadCount()
 {
     size_t count = 0;
     DIR *dir = opendir("/proc/self/task");
     while (dirent *entry = readdir(dir)) {
-        count += entry->d_name[0] != '.';
+        if (entry->d_name[0] == '.') {
+            continue;
+        }
+        std::ifstream stat(std::string("/proc/self/task/") + entry->d_name + "/stat");
+        std::string line;
+        std::getline(stat, line);
+        size_t close = line.rfind(')');
+        char state = close != std::string::npos && close + 2 < line.size() ? line[close + 2] : 'X';
+        count += state != 'Z' && state != 'X';
     }
     closedir(dir);
     return count;
