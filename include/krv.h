@@ -2,6 +2,7 @@
 #ifndef KRV_H
 #define KRV_H
 
+#include "krv_status.h"
 #include "krv_osal.h"
 #include "krv_osalsync.h"
 #include "krv_osalfs.h"

@@ -3,12 +3,10 @@
 
 #include "eno/krv_enolock.h"
 #include "krv_osaleno.h"
-#include "osal/krv_status.h"
+#include "krv_status.h"
 
 namespace {
 
-using krv::kInvalid;
-using krv::kOk;
 constexpr uint32_t kUnknownErrno = 255;
 constexpr int64_t kErrnoAgain = 11;
 constexpr int64_t kErrnoNeverTranslated = 41;
@@ -137,14 +135,14 @@ uint32_t KRV_EnoErrorStrFuncRegister(const char *name, int32_t firstModule, int3
                                      KrvEnoErrorStrFunc fn)
 {
     KrvMutex lock = krv::eno::ModuleLock();
-    uint32_t rc = kInvalid;
+    uint32_t rc = KRV_ERR_INVALID;
     if (name != nullptr) {
         size_t length = std::strlen(name);
         for (KrvEnoModuleRow &row : g_moduleRows) {
             if (std::strncmp(row.name, name, length) == 0 && static_cast<int64_t>(firstModule) == row.firstModule &&
                 static_cast<int64_t>(lastModule) == row.lastModule) {
                 row.strFunc = fn;
-                rc = kOk;
+                rc = KRV_OK;
                 break;
             }
         }

@@ -8,14 +8,12 @@
 #include "krv_osal.h"
 #include "krv_osaleno.h"
 #include "log/krv_diag.h"
-#include "osal/krv_status.h"
+#include "krv_status.h"
 
 namespace {
 
 constexpr char kKrvSource[] = "krv_osaleno";
 
-using krv::kInvalid;
-using krv::kOk;
 constexpr uint32_t kLimitRefused = 255;
 constexpr uint32_t kNoStackHere = 255;
 constexpr uint32_t kDefaultMaxNodes = 65535;
@@ -121,7 +119,7 @@ extern "C" {
 uint32_t KRV_EnoErrCodeInit(void)
 {
     if (__atomic_load_n(&g_moduleMutex, __ATOMIC_ACQUIRE) != nullptr) {
-        return kOk;
+        return KRV_OK;
     }
     krv::eno::AvlFreeAll(g_root);
     g_root = nullptr;
@@ -137,7 +135,7 @@ uint32_t KRV_EnoErrCodeInit(void)
 uint32_t KRV_EnoErrCodeDeInit(void)
 {
     KrvMutex mutex = __atomic_exchange_n(&g_moduleMutex, nullptr, __ATOMIC_ACQ_REL);
-    return mutex == nullptr ? kInvalid : KRV_OsalMutexDestroy(&mutex);
+    return mutex == nullptr ? KRV_ERR_INVALID : KRV_OsalMutexDestroy(&mutex);
 }
 
 /* A lower limit keeps existing stacks; it only refuses threads that arrive later. */
@@ -148,7 +146,7 @@ uint32_t KRV_EnoMaxErrorLimitSet(int32_t limit)
         return kLimitRefused;
     }
     __atomic_store_n(&g_maxAvlNodes, value, __ATOMIC_RELAXED);
-    return kOk;
+    return KRV_OK;
 }
 
 uint32_t KRV_EnoMaxErrorLimitGet(void)
@@ -187,7 +185,7 @@ void KRV_EnoErrorWrapperPush(uint32_t high, uint32_t module, uint32_t errNo)
         // only; the limit is passed all the same.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-extra-args"
-        KRV_DIAG_AT(kNodeLimitLine, kInvalid, krv::kLevelError, "New Avl Node failed, avlNodeCount:%u, maxAvlNodes:",
+        KRV_DIAG_AT(kNodeLimitLine, KRV_ERR_INVALID, krv::kLevelError, "New Avl Node failed, avlNodeCount:%u, maxAvlNodes:",
                     count, limit);
 #pragma GCC diagnostic pop
     }

@@ -24,17 +24,17 @@ uint32_t Cast2String(const KrvJson *item, char **str)
     size_t capacity = std::strlen(item->stringValue) + 1;
     *str = static_cast<char *>(KRV_OsalMemAlloc(capacity));
     if (*str == nullptr) {
-        KRV_DIAG(kNoMemory, "Krv Json Cast2String malloc failed");
-        return kNoMemory;
+        KRV_DIAG(KRV_ERR_NOMEM, "Krv Json Cast2String malloc failed");
+        return KRV_ERR_NOMEM;
     }
     int rc = krv::strcpy_s(*str, capacity, item->stringValue);
     if (rc != 0) {
         KRV_OsalMemFree(*str);
         *str = nullptr;
-        KRV_DIAG(kFailed, "strcpy failed, strLen: %zu, errorcode: %d", capacity, rc);
-        return kFailed;
+        KRV_DIAG(KRV_ERR_FAILED, "strcpy failed, strLen: %zu, errorcode: %d", capacity, rc);
+        return KRV_ERR_FAILED;
     }
-    return kOk;
+    return KRV_OK;
 }
 
 // Finds member key of json and checks that it is of type expected, logging a mismatch with the
@@ -43,14 +43,14 @@ uint32_t Cast2String(const KrvJson *item, char **str)
 uint32_t TypedMemberGet(KrvJson *json, const char *key, uint32_t expected, const char *mismatchFmt, KrvJson **item)
 {
     uint32_t ret = KRV_JsonItemGet(json, key, item);
-    if (ret != kOk) {
+    if (ret != KRV_OK) {
         return ret;
     }
     if ((*item)->valueType != expected) {
-        KRV_DIAG(kFailed, mismatchFmt, (*item)->valueType);
-        return kFailed;
+        KRV_DIAG(KRV_ERR_FAILED, mismatchFmt, (*item)->valueType);
+        return KRV_ERR_FAILED;
     }
-    return kOk;
+    return KRV_OK;
 }
 
 // Looks key up in json and hands out a copy of its text; *str is written only once the member is
@@ -59,7 +59,7 @@ uint32_t StringMemberCopy(KrvJson *json, const char *key, char **str)
 {
     KrvJson *item = nullptr;
     uint32_t ret = TypedMemberGet(json, key, KRV_JSON_STRING, "valueType isn't STRING：%u", &item);
-    return ret == kOk ? Cast2String(item, str) : ret;
+    return ret == KRV_OK ? Cast2String(item, str) : ret;
 }
 
 // True for a non-null ARRAY node: the array getters refuse anything else as a bad argument.
@@ -79,7 +79,7 @@ uint32_t TypeIs(const KrvJson *json, uint32_t expected)
     if (json != nullptr && json->valueType == expected) {
         return 1;
     }
-    KRV_DIAG(kFailed, "valueType match failed, valueType :%u", expected);
+    KRV_DIAG(KRV_ERR_FAILED, "valueType match failed, valueType :%u", expected);
     return 0;
 }
 
@@ -139,33 +139,33 @@ uint32_t KRV_JsonIsObject(const KrvJson *json)
 uint32_t KRV_JsonItemGet(KrvJson *json, const char *key, KrvJson **item)
 {
     if (json == nullptr || key == nullptr || item == nullptr) {
-        KRV_DIAG(kInvalid, "invaild param");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "invaild param");
+        return KRV_ERR_INVALID;
     }
     if (json->valueType != KRV_JSON_OBJECT) {
-        KRV_DIAG(kFailed, "valueType ：%u isn't OBJECT", json->valueType);
-        return kFailed;
+        KRV_DIAG(KRV_ERR_FAILED, "valueType ：%u isn't OBJECT", json->valueType);
+        return KRV_ERR_FAILED;
     }
     for (KrvJsonChild *link = json->child; link != nullptr; link = link->next) {
         if (std::strcmp(key, link->item->key) == 0) {
             *item = link->item;
-            return kOk;
+            return KRV_OK;
         }
     }
-    KRV_DIAG(kFailed, "key isn't match :%s", key);
-    return kFailed;
+    KRV_DIAG(KRV_ERR_FAILED, "key isn't match :%s", key);
+    return KRV_ERR_FAILED;
 }
 
 /* The output pointer is checked before anything else, so it wins over a null json or key. */
 uint32_t KRV_JsonBoolValueGet(KrvJson *json, const char *key, uint8_t *boolVal)
 {
     if (boolVal == nullptr) {
-        KRV_DIAG(kInvalid, "boolVal is null");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "boolVal is null");
+        return KRV_ERR_INVALID;
     }
     KrvJson *item = nullptr;
     uint32_t ret = KRV_JsonItemGet(json, key, &item);
-    if (ret != kOk) {
+    if (ret != KRV_OK) {
         return ret;
     }
     if (item->valueType == KRV_JSON_TRUE) {
@@ -173,21 +173,21 @@ uint32_t KRV_JsonBoolValueGet(KrvJson *json, const char *key, uint8_t *boolVal)
     } else if (item->valueType == KRV_JSON_FALSE) {
         *boolVal = 0;
     } else {
-        KRV_DIAG(kFailed, "valueType: %u isn't BOOL", item->valueType);
-        return kFailed;
+        KRV_DIAG(KRV_ERR_FAILED, "valueType: %u isn't BOOL", item->valueType);
+        return KRV_ERR_FAILED;
     }
-    return kOk;
+    return KRV_OK;
 }
 
 uint32_t KRV_JsonNumberValueGet(KrvJson *json, const char *key, double *val)
 {
     if (val == nullptr) {
-        KRV_DIAG(kInvalid, "val is null");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "val is null");
+        return KRV_ERR_INVALID;
     }
     KrvJson *item = nullptr;
     uint32_t ret = TypedMemberGet(json, key, KRV_JSON_NUMBER, "valueType：%u isn't NUMBER", &item);
-    if (ret == kOk) {
+    if (ret == KRV_OK) {
         *val = item->numberValue;
     }
     return ret;
@@ -196,8 +196,8 @@ uint32_t KRV_JsonNumberValueGet(KrvJson *json, const char *key, double *val)
 uint32_t KRV_JsonStringValueGet(KrvJson *json, const char *key, char **str)
 {
     if (json == nullptr || key == nullptr || str == nullptr) {
-        KRV_DIAG(kInvalid, "invaild param");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "invaild param");
+        return KRV_ERR_INVALID;
     }
     return StringMemberCopy(json, key, str);
 }
@@ -205,11 +205,11 @@ uint32_t KRV_JsonStringValueGet(KrvJson *json, const char *key, char **str)
 uint32_t KRV_JsonStringValueAndSizeGet(KrvJson *json, const char *key, char **str, size_t *size)
 {
     if (json == nullptr || key == nullptr || str == nullptr || size == nullptr) {
-        KRV_DIAG(kInvalid, "invaild param");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "invaild param");
+        return KRV_ERR_INVALID;
     }
     uint32_t ret = StringMemberCopy(json, key, str);
-    if (ret == kOk) {
+    if (ret == KRV_OK) {
         *size = std::strlen(*str);
     }
     return ret;
@@ -223,12 +223,12 @@ void KRV_JsonStringValueFree(char *str)
 uint32_t KRV_JsonArrayGet(KrvJson *json, const char *key, KrvJson **jsonArrPtr)
 {
     if (jsonArrPtr == nullptr) {
-        KRV_DIAG(kInvalid, "jsonArrPtr is null");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "jsonArrPtr is null");
+        return KRV_ERR_INVALID;
     }
     KrvJson *item = nullptr;
     uint32_t ret = TypedMemberGet(json, key, KRV_JSON_ARRAY, "valueType isn't ARRAY : %u", &item);
-    if (ret == kOk) {
+    if (ret == KRV_OK) {
         *jsonArrPtr = item;
     }
     return ret;
@@ -238,21 +238,21 @@ uint32_t KRV_JsonArrayGet(KrvJson *json, const char *key, KrvJson **jsonArrPtr)
 bool KRV_JsonIsKeyExist(KrvJson *json, const char *key)
 {
     if (json == nullptr || key == nullptr) {
-        KRV_DIAG(kInvalid, "invaild param");
+        KRV_DIAG(KRV_ERR_INVALID, "invaild param");
         return false;
     }
     KrvJson *item = nullptr;
-    return KRV_JsonItemGet(json, key, &item) == kOk;
+    return KRV_JsonItemGet(json, key, &item) == KRV_OK;
 }
 
 uint32_t KRV_JsonArraySizeGet(KrvJson *arr, uint32_t *size)
 {
     if (!IsArray(arr) || size == nullptr) {
-        KRV_DIAG(kInvalid, "invaild param");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "invaild param");
+        return KRV_ERR_INVALID;
     }
     *size = arr->arrLen;
-    return kOk;
+    return KRV_OK;
 }
 
 /* arrLen bounds the index; the walk is still guarded in case the list is shorter than arrLen says.
@@ -260,12 +260,12 @@ uint32_t KRV_JsonArraySizeGet(KrvJson *arr, uint32_t *size)
 uint32_t KRV_JsonArrayItemGet(KrvJson *arr, uint32_t index, KrvJson **item)
 {
     if (item == nullptr || !IsArray(arr)) {
-        KRV_DIAG(kInvalid, "invaild param");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "invaild param");
+        return KRV_ERR_INVALID;
     }
     if (index >= arr->arrLen) {
-        KRV_DIAG(kFailed, "index：%u error, arrLen: %u", index, arr->arrLen);
-        return kFailed;
+        KRV_DIAG(KRV_ERR_FAILED, "index：%u error, arrLen: %u", index, arr->arrLen);
+        return KRV_ERR_FAILED;
     }
     KrvJsonChild *link = arr->child;
     uint32_t walked = 0;
@@ -274,28 +274,28 @@ uint32_t KRV_JsonArrayItemGet(KrvJson *arr, uint32_t index, KrvJson **item)
         walked++;
     }
     if (link == nullptr || link->item == nullptr) {
-        KRV_DIAG(kFailed, "arr item get failed, idx: %u, i: %u", index, walked);
-        return kFailed;
+        KRV_DIAG(KRV_ERR_FAILED, "arr item get failed, idx: %u, i: %u", index, walked);
+        return KRV_ERR_FAILED;
     }
     *item = link->item;
-    return kOk;
+    return KRV_OK;
 }
 
 /* An array whose elements are not strings (an empty one included) is a bad argument, not a miss. */
 uint32_t KRV_JsonArrayStringValueGet(KrvJson *arr, uint32_t index, char **str)
 {
     if (str == nullptr || !IsArray(arr) || arr->arrType != KRV_JSON_STRING) {
-        KRV_DIAG(kInvalid, "invaild param");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "invaild param");
+        return KRV_ERR_INVALID;
     }
     KrvJson *item = nullptr;
     uint32_t ret = KRV_JsonArrayItemGet(arr, index, &item);
-    if (ret != kOk) {
+    if (ret != KRV_OK) {
         return ret;
     }
     if (item->valueType != KRV_JSON_STRING) {
-        KRV_DIAG(kFailed, "valueType isn't STRING：%u", item->valueType);
-        return kFailed;
+        KRV_DIAG(KRV_ERR_FAILED, "valueType isn't STRING：%u", item->valueType);
+        return KRV_ERR_FAILED;
     }
     return Cast2String(item, str);
 }
@@ -304,16 +304,16 @@ uint32_t KRV_JsonArrayStringValueGet(KrvJson *arr, uint32_t index, char **str)
 uint32_t KRV_JsonArrayNumberValueGet(KrvJson *arr, uint32_t index, double *val)
 {
     if (val == nullptr || !IsArray(arr) || arr->arrType != KRV_JSON_NUMBER) {
-        KRV_DIAG(kInvalid, "invaild param");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "invaild param");
+        return KRV_ERR_INVALID;
     }
     KrvJson *item = nullptr;
     uint32_t ret = KRV_JsonArrayItemGet(arr, index, &item);
-    if (ret != kOk) {
+    if (ret != KRV_OK) {
         return ret;
     }
     *val = item->numberValue;
-    return kOk;
+    return KRV_OK;
 }
 
 }  // extern "C"

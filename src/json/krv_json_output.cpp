@@ -78,17 +78,17 @@ void PutChar(Writer *w, char c)
 uint32_t KeySerializes(const KrvJson *json, Writer *w)
 {
     if (json->key[0] == '\0') {
-        return kOk;
+        return KRV_OK;
     }
     size_t room = std::strlen(json->key) + 4;
     assert(w->offset + room <= w->capacity);
     int written = krv::sprintf_s(w->buf + w->offset, room, "\"%s\":", json->key);
     if (written < 0) {
-        KRV_DIAG(kFailed, "sprintf_s failed, key is %s", json->key);
-        return kFailed;
+        KRV_DIAG(KRV_ERR_FAILED, "sprintf_s failed, key is %s", json->key);
+        return KRV_ERR_FAILED;
     }
     w->offset += static_cast<size_t>(written);
-    return kOk;
+    return KRV_OK;
 }
 
 uint32_t StringSerializes(const KrvJson *json, Writer *w)
@@ -97,11 +97,11 @@ uint32_t StringSerializes(const KrvJson *json, Writer *w)
     assert(w->offset + room <= w->capacity);
     int written = krv::sprintf_s(w->buf + w->offset, room, "\"%s\"", json->stringValue);
     if (written < 0) {
-        KRV_DIAG(kFailed, "sprintf_s failed");
-        return kFailed;
+        KRV_DIAG(KRV_ERR_FAILED, "sprintf_s failed");
+        return KRV_ERR_FAILED;
     }
     w->offset += static_cast<size_t>(written);
-    return kOk;
+    return KRV_OK;
 }
 
 uint32_t DoSerializes(const KrvJson *json, Writer *w);
@@ -114,22 +114,22 @@ uint32_t ContainerSerializes(const KrvJson *json, char open, char close, Writer 
     const KrvJsonChild *link = json->child;
     if (link == nullptr) {
         PutChar(w, close);
-        return kOk;
+        return KRV_OK;
     }
     for (uint32_t countdown = kMaxChildren; countdown > 0; countdown--) {
-        if (DoSerializes(link->item, w) != kOk) {
-            KRV_DIAG(kFailed, "json Serializes fail");
-            return kFailed;
+        if (DoSerializes(link->item, w) != KRV_OK) {
+            KRV_DIAG(KRV_ERR_FAILED, "json Serializes fail");
+            return KRV_ERR_FAILED;
         }
         if (link->next == nullptr) {
             PutChar(w, close);
-            return kOk;
+            return KRV_OK;
         }
         PutChar(w, ',');
         link = link->next;
     }
-    KRV_DIAG(kFailed, "depth is error, depth is %u", kMaxChildren);
-    return kFailed;
+    KRV_DIAG(KRV_ERR_FAILED, "depth is error, depth is %u", kMaxChildren);
+    return KRV_ERR_FAILED;
 }
 
 // Writes json (with its member-name prefix) at the write offset.
@@ -137,12 +137,12 @@ uint32_t DoSerializes(const KrvJson *json, Writer *w)
 {
     uint32_t type = WritableType(json);
     if (type == KRV_JSON_TYPE_NONE) {
-        KRV_DIAG(kFailed, "valueType(%u) is error, ", json->valueType);
-        return kFailed;
+        KRV_DIAG(KRV_ERR_FAILED, "valueType(%u) is error, ", json->valueType);
+        return KRV_ERR_FAILED;
     }
-    if (KeySerializes(json, w) != kOk) {
-        KRV_DIAG(kFailed, "Json Do Key Serializes failed");
-        return kFailed;
+    if (KeySerializes(json, w) != KRV_OK) {
+        KRV_DIAG(KRV_ERR_FAILED, "Json Do Key Serializes failed");
+        return KRV_ERR_FAILED;
     }
     if (type == KRV_JSON_STRING) {
         return StringSerializes(json, w);
@@ -160,29 +160,29 @@ extern "C" {
 uint32_t KRV_JsonSerializesToString(KrvJson *json, char **jsonStr, size_t *len)
 {
     if (json == nullptr || jsonStr == nullptr || len == nullptr) {
-        KRV_DIAG(kInvalid, "invaild param");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "invaild param");
+        return KRV_ERR_INVALID;
     }
     *len = 0;
     SerializeSizeGet(json, len);
     size_t bufLen = *len + 1;
     char *buf = static_cast<char *>(KRV_OsalMemAlloc(bufLen));
     if (buf == nullptr) {
-        KRV_DIAG(kNoMemory, "malloc failed, mallocLen %zu", bufLen);
-        return kNoMemory;
+        KRV_DIAG(KRV_ERR_NOMEM, "malloc failed, mallocLen %zu", bufLen);
+        return KRV_ERR_NOMEM;
     }
     // Cannot fail: the count is the block's own size.
     (void)krv::memset_s(buf, bufLen, 0, bufLen);
     Writer writer = {buf, bufLen, 0};
     uint32_t ret = DoSerializes(json, &writer);
-    if (ret != kOk) {
-        KRV_DIAG(kNoMemory, "Json Do Serializes failed");
+    if (ret != KRV_OK) {
+        KRV_DIAG(KRV_ERR_NOMEM, "Json Do Serializes failed");
         KRV_OsalMemFree(buf);
         return ret;
     }
     assert(writer.offset == *len);
     *jsonStr = buf;
-    return kOk;
+    return KRV_OK;
 }
 
 }  // extern "C"

@@ -26,19 +26,19 @@ uint32_t StringCopy(const char *str, size_t strLen, char **copy)
     size_t bufLen = strLen + 1;
     char *buf = static_cast<char *>(KRV_OsalMemAlloc(bufLen));
     if (buf == nullptr) {
-        KRV_DIAG(kNoMemory, "malloc failed, mallocLen %zu", bufLen);
-        return kNoMemory;
+        KRV_DIAG(KRV_ERR_NOMEM, "malloc failed, mallocLen %zu", bufLen);
+        return KRV_ERR_NOMEM;
     }
     // Cannot fail: the count is the block's own size.
     (void)krv::memset_s(buf, bufLen, 0, bufLen);
     int rc = krv::strncpy_s(buf, bufLen, str, strLen);
     if (rc != 0) {
         KRV_OsalMemFree(buf);
-        KRV_DIAG(kFailed, "strncpy failed, errorcode: %d, bufLen:%zu, len:%zu", rc, bufLen, strLen);
-        return kFailed;
+        KRV_DIAG(KRV_ERR_FAILED, "strncpy failed, errorcode: %d, bufLen:%zu, len:%zu", rc, bufLen, strLen);
+        return KRV_ERR_FAILED;
     }
     *copy = buf;
-    return kOk;
+    return KRV_OK;
 }
 
 // Wraps copy in a new STRING node and attaches it to json under key. Takes ownership of copy:
@@ -48,17 +48,17 @@ uint32_t StringMemberAppend(KrvJson *json, const char *key, char *copy)
     KrvJson *node = krv::json::Create(KRV_JSON_STRING);
     if (node == nullptr) {
         KRV_OsalMemFree(copy);
-        KRV_DIAG(kNoMemory, "string json create failed");
-        return kNoMemory;
+        KRV_DIAG(KRV_ERR_NOMEM, "string json create failed");
+        return KRV_ERR_NOMEM;
     }
     node->stringValue = copy;
     uint32_t ret = krv::json::ItemAddToObject(key, node, json);
-    if (ret != kOk) {
+    if (ret != KRV_OK) {
         KRV_DIAG(ret, "Json Item Add To Object failed");
         KRV_JsonDelete(node);
         return ret;
     }
-    return kOk;
+    return KRV_OK;
 }
 
 // Parses str as one JSON value with nothing but whitespace after it. The module's nesting counter
@@ -69,18 +69,18 @@ uint32_t ValueFromText(const char *str, KrvJson **value)
     krv::json::Cursor cursor = {str, static_cast<uint32_t>(std::strlen(str) + 1), 0};
     KrvJson *parsed = nullptr;
     uint32_t ret = krv::json::ValueParse(&cursor, &parsed);
-    if (ret != kOk) {
+    if (ret != KRV_OK) {
         KRV_DIAG(ret, "json Value Parse fail");
         return ret;
     }
     krv::json::SkipWhitespace(&cursor);
     if (cursor.pos < cursor.len) {
-        KRV_DIAG(kFailed, "fileSize :%u, offset is :%u", cursor.len, cursor.pos);
+        KRV_DIAG(KRV_ERR_FAILED, "fileSize :%u, offset is :%u", cursor.len, cursor.pos);
         KRV_JsonDelete(parsed);
-        return kFailed;
+        return KRV_ERR_FAILED;
     }
     *value = parsed;
-    return kOk;
+    return KRV_OK;
 }
 
 // Names array key and wraps it in a new link for json's member list.
@@ -88,15 +88,15 @@ uint32_t ArrayLinkMake(KrvJson *array, const char *key, KrvJsonChild **link)
 {
     int rc = krv::strcpy_s(array->key, KRV_JSON_KEY_LEN, key);
     if (rc != 0) {
-        KRV_DIAG(kFailed, "strcpys failed str: %s, errorcode: %d", key, rc);
-        return kFailed;
+        KRV_DIAG(KRV_ERR_FAILED, "strcpys failed str: %s, errorcode: %d", key, rc);
+        return KRV_ERR_FAILED;
     }
     *link = krv::json::ChildInit(array);
     if (*link == nullptr) {
-        KRV_DIAG(kNoMemory, "Json Child Init failed");
-        return kNoMemory;
+        KRV_DIAG(KRV_ERR_NOMEM, "Json Child Init failed");
+        return KRV_ERR_NOMEM;
     }
-    return kOk;
+    return KRV_OK;
 }
 
 // Puts link's node into json's member list: over the first member with the same name (whatever
@@ -124,31 +124,31 @@ extern "C" {
 uint32_t KRV_JsonStringValueSet(KrvJson *json, const char *key, const char *str)
 {
     if (key == nullptr || str == nullptr || json == nullptr) {
-        KRV_DIAG(kInvalid, "invaild param");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "invaild param");
+        return KRV_ERR_INVALID;
     }
     size_t strLen = std::strlen(str);
     if (strLen > kMaxStringLen) {
-        KRV_DIAG(kInvalid, "strLen:%zu > MAXPATH", strLen);
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "strLen:%zu > MAXPATH", strLen);
+        return KRV_ERR_INVALID;
     }
     char *copy = nullptr;
     uint32_t ret = StringCopy(str, strLen, &copy);
-    if (ret != kOk) {
+    if (ret != KRV_OK) {
         return ret;
     }
     KrvJson *item = nullptr;
-    if (KRV_JsonItemGet(json, key, &item) != kOk) {
+    if (KRV_JsonItemGet(json, key, &item) != KRV_OK) {
         return StringMemberAppend(json, key, copy);
     }
     if (item->valueType != KRV_JSON_STRING) {
-        KRV_DIAG(kFailed, "valueType isn't STRING：%u", item->valueType);
+        KRV_DIAG(KRV_ERR_FAILED, "valueType isn't STRING：%u", item->valueType);
         KRV_OsalMemFree(copy);
-        return kFailed;
+        return KRV_ERR_FAILED;
     }
     KRV_OsalMemFree(item->stringValue);
     item->stringValue = copy;
-    return kOk;
+    return KRV_OK;
 }
 
 /* Parses the array text str and stores it under key, replacing a same-named member in place or
@@ -156,28 +156,28 @@ uint32_t KRV_JsonStringValueSet(KrvJson *json, const char *key, const char *str)
 uint32_t KRV_JsonArrayValueSet(KrvJson *json, const char *key, const char *str)
 {
     if (key == nullptr || str == nullptr || json == nullptr) {
-        KRV_DIAG(kInvalid, "invaild param");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "invaild param");
+        return KRV_ERR_INVALID;
     }
     KrvJson *value = nullptr;
     uint32_t ret = ValueFromText(str, &value);
-    if (ret != kOk) {
+    if (ret != KRV_OK) {
         return ret;
     }
     if (value->valueType != KRV_JSON_ARRAY) {
-        KRV_DIAG(kFailed, "valueType is error, valueType :%u", value->valueType);
+        KRV_DIAG(KRV_ERR_FAILED, "valueType is error, valueType :%u", value->valueType);
         KRV_JsonDelete(value);
-        return kFailed;
+        return KRV_ERR_FAILED;
     }
     KrvJsonChild *link = nullptr;
     ret = ArrayLinkMake(value, key, &link);
-    if (ret != kOk) {
+    if (ret != KRV_OK) {
         KRV_DIAG(ret, "krv json object set failed, key is %s", key);
         KRV_JsonDelete(value);
         return ret;
     }
     MemberReplaceOrAppend(json, link);
-    return kOk;
+    return KRV_OK;
 }
 
 }  // extern "C"

@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "krv_json.h"
-#include "osal/krv_status.h"
+#include "krv_status.h"
 
 namespace krv {
 namespace json {

@@ -6,15 +6,11 @@
 #include <cerrno>
 
 #include "krv_osal.h"
-#include "osal/krv_status.h"
+#include "krv_status.h"
 
 namespace {
 
-using krv::kInvalid;
-using krv::kNoMemory;
-using krv::kOk;
-using krv::kPlatformFailed;
-constexpr uint32_t kRwFailed = krv::kFailed;  // read-write locks report platform refusals as 1
+constexpr uint32_t kRwFailed = KRV_ERR_FAILED;  // read-write locks report platform refusals as 1
 
 template <typename T>
 T *Object(void *handle)
@@ -28,18 +24,18 @@ template <typename T, typename Init>
 uint32_t CreateHandle(void **handle, uint32_t initFailed, Init init)
 {
     if (handle == nullptr || *handle != nullptr) {
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
     T *object = static_cast<T *>(KRV_OsalMemAlloc(sizeof(T)));
     if (object == nullptr) {
-        return kNoMemory;
+        return KRV_ERR_NOMEM;
     }
     if (!init(object)) {
         KRV_OsalMemFree(object);
         return initFailed;
     }
     *handle = object;
-    return kOk;
+    return KRV_OK;
 }
 
 // Shared shape of the destroy functions: the memory is freed and the variable cleared even when the
@@ -48,17 +44,17 @@ template <typename T, typename Destroy>
 uint32_t DestroyHandle(void **handle, Destroy destroy)
 {
     if (handle == nullptr || *handle == nullptr) {
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
     int rc = destroy(Object<T>(*handle));
     KRV_OsalMemFree(*handle);
     *handle = nullptr;
-    return rc == 0 ? kOk : kPlatformFailed;
+    return rc == 0 ? KRV_OK : KRV_ERR_PLATFORM;
 }
 
 uint32_t PlatformResult(int rc)
 {
-    return rc == 0 ? kOk : kPlatformFailed;
+    return rc == 0 ? KRV_OK : KRV_ERR_PLATFORM;
 }
 
 }  // namespace
@@ -68,7 +64,7 @@ extern "C" {
 /* Every library mutex is recursive: the timer code re-enters its locks from callbacks. */
 uint32_t KRV_OsalMutexCreate(KrvMutex *mutex)
 {
-    return CreateHandle<pthread_mutex_t>(mutex, kInvalid, [](pthread_mutex_t *object) {
+    return CreateHandle<pthread_mutex_t>(mutex, KRV_ERR_INVALID, [](pthread_mutex_t *object) {
         pthread_mutexattr_t attr;
         pthread_mutexattr_init(&attr);
         pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
@@ -101,7 +97,7 @@ void KRV_OsalMutexUnLock(KrvMutex mutex)
 
 uint32_t KRV_OsalCondAttrCreate(KrvCondAttr *attr)
 {
-    return CreateHandle<pthread_condattr_t>(attr, kPlatformFailed,
+    return CreateHandle<pthread_condattr_t>(attr, KRV_ERR_PLATFORM,
                                             [](pthread_condattr_t *object) { return pthread_condattr_init(object) == 0; });
 }
 
@@ -113,7 +109,7 @@ uint32_t KRV_OsalCondAttrDestroy(KrvCondAttr *attr)
 uint32_t KRV_OsalCondAttrClockSet(KrvCondAttr attr, uint32_t clockId)
 {
     if (attr == nullptr) {
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
     return PlatformResult(pthread_condattr_setclock(Object<pthread_condattr_t>(attr), static_cast<clockid_t>(clockId)));
 }
@@ -121,7 +117,7 @@ uint32_t KRV_OsalCondAttrClockSet(KrvCondAttr attr, uint32_t clockId)
 uint32_t KRV_OsalCondAttrClockGet(KrvCondAttr attr, int32_t *clockId)
 {
     if (attr == nullptr || clockId == nullptr) {
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
     clockid_t clock = 0;
     int rc = pthread_condattr_getclock(Object<pthread_condattr_t>(attr), &clock);
@@ -134,7 +130,7 @@ uint32_t KRV_OsalCondAttrClockGet(KrvCondAttr attr, int32_t *clockId)
 uint32_t KRV_OsalCondAttrPsharedSet(KrvCondAttr attr, uint32_t pshared)
 {
     if (attr == nullptr) {
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
     return PlatformResult(pthread_condattr_setpshared(Object<pthread_condattr_t>(attr), static_cast<int>(pshared)));
 }
@@ -142,14 +138,14 @@ uint32_t KRV_OsalCondAttrPsharedSet(KrvCondAttr attr, uint32_t pshared)
 uint32_t KRV_OsalCondAttrPsharedGet(KrvCondAttr attr, int32_t *pshared)
 {
     if (attr == nullptr || pshared == nullptr) {
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
     return PlatformResult(pthread_condattr_getpshared(Object<pthread_condattr_t>(attr), pshared));
 }
 
 uint32_t KRV_OsalCondCreate(KrvCondAttr attr, KrvCond *cond)
 {
-    return CreateHandle<pthread_cond_t>(cond, kPlatformFailed, [attr](pthread_cond_t *object) {
+    return CreateHandle<pthread_cond_t>(cond, KRV_ERR_PLATFORM, [attr](pthread_cond_t *object) {
         return pthread_cond_init(object, Object<pthread_condattr_t>(attr)) == 0;
     });
 }
@@ -162,7 +158,7 @@ uint32_t KRV_OsalCondDestroy(KrvCond *cond)
 uint32_t KRV_OsalCondSignal(KrvCond cond)
 {
     if (cond == nullptr) {
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
     return PlatformResult(pthread_cond_signal(Object<pthread_cond_t>(cond)));
 }
@@ -170,7 +166,7 @@ uint32_t KRV_OsalCondSignal(KrvCond cond)
 uint32_t KRV_OsalCondBroadcast(KrvCond cond)
 {
     if (cond == nullptr) {
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
     return PlatformResult(pthread_cond_broadcast(Object<pthread_cond_t>(cond)));
 }
@@ -179,7 +175,7 @@ uint32_t KRV_OsalCondBroadcast(KrvCond cond)
 uint32_t KRV_OsalCondTimedWait(KrvMutex mutex, KrvCond cond, const struct timespec *absTime)
 {
     if (mutex == nullptr || cond == nullptr || absTime == nullptr) {
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
     return PlatformResult(
         pthread_cond_timedwait(Object<pthread_cond_t>(cond), Object<pthread_mutex_t>(mutex), absTime));
@@ -200,17 +196,17 @@ void KRV_OsalRWLockDestroy(KrvRWLock *rwLock)
 uint32_t KRV_OsalRWReadLock(KrvRWLock rwLock)
 {
     if (rwLock == nullptr) {
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
-    return pthread_rwlock_rdlock(Object<pthread_rwlock_t>(rwLock)) == 0 ? kOk : kRwFailed;
+    return pthread_rwlock_rdlock(Object<pthread_rwlock_t>(rwLock)) == 0 ? KRV_OK : kRwFailed;
 }
 
 uint32_t KRV_OsalRWWriteLock(KrvRWLock rwLock)
 {
     if (rwLock == nullptr) {
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
-    return pthread_rwlock_wrlock(Object<pthread_rwlock_t>(rwLock)) == 0 ? kOk : kRwFailed;
+    return pthread_rwlock_wrlock(Object<pthread_rwlock_t>(rwLock)) == 0 ? KRV_OK : kRwFailed;
 }
 
 void KRV_OsalRWUnlock(KrvRWLock rwLock)

@@ -40,11 +40,11 @@ KrvRelTmrCtrl *UsableCtrl()
 {
     KrvRelTmrCtrl *ctrl = Ctrl();
     if (ctrl == nullptr) {
-        KRV_DIAG(kNotInitialized, "[MERILUX-KrvRelTmrIsInitialized]:timer module is not Initialized.");
+        KRV_DIAG(KRV_ERR_NOT_INIT, "[MERILUX-KrvRelTmrIsInitialized]:timer module is not Initialized.");
         return nullptr;
     }
     if (__atomic_load_n(&ctrl->stopping, __ATOMIC_ACQUIRE) != 0) {
-        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrIsInitialized]:timer module is deinitializing.");
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrIsInitialized]:timer module is deinitializing.");
         return nullptr;
     }
     return ctrl;
@@ -55,21 +55,21 @@ KrvRelTmrCtrl *UsableCtrl()
 uint32_t KrvRelTmrPoolsInit(uint32_t maxTimer, KrvRelTmrPool **created)
 {
     if (maxTimer - 1 > kMaxTimerLessOne) {
-        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrPoolsInit]:maxTimer %u is invalid", maxTimer);
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrPoolsInit]:maxTimer %u is invalid", maxTimer);
+        return KRV_ERR_INVALID;
     }
     uint64_t nodeCount = static_cast<uint64_t>(maxTimer) + 1;
     uint64_t bytes = nodeCount * sizeof(KrvRelTmrNode);
     auto *nodes = static_cast<KrvRelTmrNode *>(KRV_OsalMemAlloc(bytes));
     if (nodes == nullptr) {
-        KRV_DIAG(kNoMemory, "[MERILUX-KrvRelTmrPoolsInit]:mem alloc failed,timer num is %u.", maxTimer);
-        return kNoMemory;
+        KRV_DIAG(KRV_ERR_NOMEM, "[MERILUX-KrvRelTmrPoolsInit]:mem alloc failed,timer num is %u.", maxTimer);
+        return KRV_ERR_NOMEM;
     }
     auto *pool = static_cast<KrvRelTmrPool *>(KRV_OsalMemAlloc(sizeof(KrvRelTmrPool)));
     if (pool == nullptr) {
         KRV_OsalMemFree(nodes);
-        KRV_DIAG(kNoMemory, "[MERILUX-KrvRelTmrPoolsInit]:mem alloc failed.");
-        return kNoMemory;
+        KRV_DIAG(KRV_ERR_NOMEM, "[MERILUX-KrvRelTmrPoolsInit]:mem alloc failed.");
+        return KRV_ERR_NOMEM;
     }
     (void)krv::memset_s(nodes, bytes, 0, bytes);
     for (uint64_t i = 0; i < nodeCount; ++i) {
@@ -113,7 +113,7 @@ KrvRelTmrCtrl *KrvRelTmrResInit()
 {
     auto *ctrl = static_cast<KrvRelTmrCtrl *>(KRV_OsalMemAlloc(sizeof(KrvRelTmrCtrl)));
     if (ctrl == nullptr) {
-        KRV_DIAG(kNoMemory, "[MERILUX-KrvRelTmrResInit]:alloc mem failed");
+        KRV_DIAG(KRV_ERR_NOMEM, "[MERILUX-KrvRelTmrResInit]:alloc mem failed");
         return nullptr;
     }
     (void)krv::memset_s(ctrl, sizeof(*ctrl), 0, sizeof(*ctrl));
@@ -143,8 +143,8 @@ uint32_t KrvRelTmrHashInit(KrvRelTmrCtrl *ctrl)
     uint32_t bytes = kWheelSize * sizeof(KrvRelTmrBucket);
     ctrl->buckets = static_cast<KrvRelTmrBucket *>(KRV_OsalMemAlloc(bytes));
     if (ctrl->buckets == nullptr) {
-        KRV_DIAG(kNoMemory, "[MERILUX-KrvRelTmrHashInit]:alloc mem:%u failed", bytes);
-        return kNoMemory;
+        KRV_DIAG(KRV_ERR_NOMEM, "[MERILUX-KrvRelTmrHashInit]:alloc mem:%u failed", bytes);
+        return KRV_ERR_NOMEM;
     }
     WheelClear(ctrl->buckets);
     return 0;
@@ -156,8 +156,8 @@ uint32_t KrvRelTmrModuleCreate(uint32_t maxTimer, KrvRelTmrPool **pool)
 {
     KrvRelTmrCtrl *ctrl = KrvRelTmrResInit();
     if (ctrl == nullptr) {
-        KRV_DIAG(kFailed, "[MERILUX-KRV_RelTimerInit]:KrvRelTmrResInit failed");
-        return kFailed;
+        KRV_DIAG(KRV_ERR_FAILED, "[MERILUX-KRV_RelTimerInit]:KrvRelTmrResInit failed");
+        return KRV_ERR_FAILED;
     }
     PublishCtrl(ctrl);
     KRV_OsalMutexLock(ctrl->tmrMutex);
@@ -168,8 +168,8 @@ uint32_t KrvRelTmrModuleCreate(uint32_t maxTimer, KrvRelTmrPool **pool)
         if (ret == 0) {
             int err = pthread_create(&ctrl->trigThread, nullptr, KrvRelTmrTrigTaskEntry, nullptr);
             if (err != 0) {
-                KRV_DIAG(kFailed, "[MERILUX-KRV_ReltimerInit]:create reltimer trig thread failed, err is %d", err);
-                ret = kFailed;
+                KRV_DIAG(KRV_ERR_FAILED, "[MERILUX-KRV_ReltimerInit]:create reltimer trig thread failed, err is %d", err);
+                ret = KRV_ERR_FAILED;
             }
         }
         if (ret != 0) {
@@ -191,13 +191,13 @@ uint32_t KrvRelTmrModuleCreate(uint32_t maxTimer, KrvRelTmrPool **pool)
 uint32_t KrvRelTmrPoolAdd(KrvRelTmrCtrl *ctrl, uint32_t maxTimer, KrvRelTmrPool **pool)
 {
     if (__atomic_load_n(&ctrl->stopping, __ATOMIC_ACQUIRE) != 0) {
-        KRV_DIAG(kStopping, "[MERILUX-KRV_RelTimerInit]:reltimer module is deinitializing.");
-        return kStopping;
+        KRV_DIAG(KRV_ERR_STOPPING, "[MERILUX-KRV_RelTimerInit]:reltimer module is deinitializing.");
+        return KRV_ERR_STOPPING;
     }
     // The check logs "invalid" when it passes; callers see that line on every later init.
     if (KrvRelTmrPoolHandleValidCheck(*pool)) {
-        KRV_DIAG(kPoolInUse, "[MERILUX-KRV_RelTimerInit]:the timer pool handle is used.");
-        return kPoolInUse;
+        KRV_DIAG(KRV_ERR_POOL_IN_USE, "[MERILUX-KRV_RelTimerInit]:the timer pool handle is used.");
+        return KRV_ERR_POOL_IN_USE;
     }
     KRV_OsalMutexLock(ctrl->tmrMutex);
     KrvRelTmrPool *created = nullptr;
@@ -218,7 +218,7 @@ void KrvRelTmrWaitForCallBackFuncEnded(KrvRelTmrCtrl *ctrl)
     KRV_OsalMutexUnLock(ctrl->tmrMutex);
     for (uint32_t retries = 0; running == 1; ++retries) {
         if (retries == kCallbackWaitRetries) {
-            KRV_DIAG(kStopping, "[MERILUX-KrvRelTmrWaitForCallBackFuncEnded]:the max retry times has reached.");
+            KRV_DIAG(KRV_ERR_STOPPING, "[MERILUX-KrvRelTmrWaitForCallBackFuncEnded]:the max retry times has reached.");
             return;
         }
         KRV_OsalTaskDelay(0, 1000);
@@ -272,7 +272,7 @@ ModuleUse::~ModuleUse()
 bool KrvRelTmrPoolHandleValidCheck(const KrvRelTmrPool *pool)
 {
     if (pool == nullptr || pool->initFlag != KRV_RELTMR_INIT_FLAG) {
-        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrPoolHandleValidCheck]:timer pool handle is invalid");
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrPoolHandleValidCheck]:timer pool handle is invalid");
         return false;
     }
     return true;
@@ -287,7 +287,7 @@ void KrvRelTmrFree(KrvRelTmrNode *node)
     KrvRelTmrPool *pool = node->pool;
     if (pool->initFlag == KRV_RELTMR_INIT_FLAG) {
         if (pool->usedCount == 0) {
-            KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrFree]:timer used num is zero.");
+            KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrFree]:timer used num is zero.");
         } else {
             pool->freeTail->next = node;
             pool->freeTail = node;
@@ -307,8 +307,8 @@ extern "C" {
 uint32_t KRV_RelTimerInit(uint32_t maxTimer, KrvRelTmrPool **pool)
 {
     if (pool == nullptr) {
-        KRV_DIAG(kInvalid, "[MERILUX-KRV_RelTimerInit]:the timer pool handle is NULL.");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KRV_RelTimerInit]:the timer pool handle is NULL.");
+        return KRV_ERR_INVALID;
     }
     pthread_mutex_lock(&g_lifecycleLock);
     KrvRelTmrCtrl *ctrl = Ctrl();
@@ -322,8 +322,8 @@ uint32_t KRV_RelTimerFini(KrvRelTmrPool *pool)
     pthread_mutex_lock(&g_lifecycleLock);
     if (!KrvRelTmrIsInitialized() || !KrvRelTmrPoolHandleValidCheck(pool)) {
         pthread_mutex_unlock(&g_lifecycleLock);
-        KRV_DIAG(kNotInitialized, "[MERILUX-KRV_RelTimerFini]:timer pool handle is not initialized");
-        return kNotInitialized;
+        KRV_DIAG(KRV_ERR_NOT_INIT, "[MERILUX-KRV_RelTimerFini]:timer pool handle is not initialized");
+        return KRV_ERR_NOT_INIT;
     }
     KrvRelTmrCtrl *ctrl = Ctrl();
     KrvRelTmrWaitForCallBackFuncEnded(ctrl);
@@ -333,11 +333,11 @@ uint32_t KRV_RelTimerFini(KrvRelTmrPool *pool)
         uint32_t groups = pool->grpCount;
         KRV_OsalMutexUnLock(ctrl->tmrMutex);
         pthread_mutex_unlock(&g_lifecycleLock);
-        KRV_DIAG(kBusy,
+        KRV_DIAG(KRV_ERR_BUSY,
                  "[MERILUX-KRV_RelTimerFini]:some timers or timer grp has not been stopped, timer num is %u, grp num "
                  "is %u.",
                  used, groups);
-        return kBusy;
+        return KRV_ERR_BUSY;
     }
     if (ctrl->poolCount < 2) {
         KrvRelTmrModuleDestroy(ctrl, pool);

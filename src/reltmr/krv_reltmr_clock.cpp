@@ -24,7 +24,7 @@ bool KrvRelTmrPassTimeCal(KrvRelTmrCtrl *ctrl, uint64_t nowSec, uint64_t nowNsec
                           uint64_t *passNsec)
 {
     if (nowSec < ctrl->lastSec || (nowSec == ctrl->lastSec && nowNsec < ctrl->lastNsec)) {
-        KRV_DIAG(kInvalid,
+        KRV_DIAG(KRV_ERR_INVALID,
                  "[MERILUX-KrvRelTmrPassTimeCal]:the new time: senconds %d nano seconds %d is earlier than the old "
                  "time :senconds %d nano seconds %d",
                  static_cast<int>(nowSec), static_cast<int>(nowNsec), static_cast<int>(ctrl->lastSec),
@@ -48,13 +48,13 @@ bool KrvRelTmrPassTimeCal(KrvRelTmrCtrl *ctrl, uint64_t nowSec, uint64_t nowNsec
 bool KrvRelTmrTimeToTick(KrvRelTmrCtrl *ctrl, uint64_t sec, uint64_t nsec, uint64_t *ticks)
 {
     if (sec > kMaxSeconds) {
-        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrTimeToTick]:the time seconds %d is too big", static_cast<int>(sec));
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrTimeToTick]:the time seconds %d is too big", static_cast<int>(sec));
         return false;
     }
     uint64_t residual = ctrl->residualNs + nsec;
     uint64_t secondTicks = sec * kTicksPerSec;
     if (residual < nsec || residual / kNsPerTick > kMaxTicks - secondTicks) {
-        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrTimeToTick]:the time seconds %d and the nanoseconds %d is too big",
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrTimeToTick]:the time seconds %d and the nanoseconds %d is too big",
                  static_cast<int>(sec), static_cast<int>(nsec));
         return false;
     }
@@ -76,11 +76,11 @@ bool KrvPassTickGet(KrvRelTmrCtrl *ctrl, uint64_t nowSec, uint64_t nowNsec, uint
     uint64_t passSec = 0;
     uint64_t passNsec = 0;
     if (!KrvRelTmrPassTimeCal(ctrl, nowSec, nowNsec, &passSec, &passNsec)) {
-        KRV_DIAG(kInvalid, "[MERILUX-KrvPassTickGet]:Time pass calculate failed.");
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvPassTickGet]:Time pass calculate failed.");
         return false;
     }
     if (!KrvRelTmrTimeToTick(ctrl, passSec, passNsec, ticks)) {
-        KRV_DIAG(kInvalid, "[MERILUX-KrvPassTickGet]:seconds %d and nano seconds %d transfer to ticks failed.",
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvPassTickGet]:seconds %d and nano seconds %d transfer to ticks failed.",
                  static_cast<int>(passSec), static_cast<int>(passNsec));
         return false;
     }

@@ -23,13 +23,13 @@ namespace {
 KrvRelTmrGrpInfo *KrvRelTmrGrpAlloc(uint64_t timerCount)
 {
     if (timerCount > kMaxGrpTimers) {
-        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrGrpAlloc]:Param invalid(%u)", static_cast<unsigned>(timerCount));
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrGrpAlloc]:Param invalid(%u)", static_cast<unsigned>(timerCount));
         return nullptr;
     }
     uint64_t bytes = sizeof(KrvRelTmrGrpInfo) + timerCount * sizeof(KrvRelTmrNode *);
     auto *grp = static_cast<KrvRelTmrGrpInfo *>(KRV_OsalMemAlloc(bytes));
     if (grp == nullptr) {
-        KRV_DIAG(kNoMemory, "[MERILUX-KrvRelTmrGrpAlloc]:malloc failed, timer num is %zu", static_cast<size_t>(timerCount));
+        KRV_DIAG(KRV_ERR_NOMEM, "[MERILUX-KrvRelTmrGrpAlloc]:malloc failed, timer num is %zu", static_cast<size_t>(timerCount));
         return nullptr;
     }
     (void)krv::memset_s(grp, bytes, 0, bytes);
@@ -42,7 +42,7 @@ bool KrvRelTmrGrpInfoValidCheck(const KrvRelTmrGrpInfo *grp, uint64_t tmrSn)
 {
     if (grp == nullptr || grp->initFlag != KRV_RELTMR_INIT_FLAG || tmrSn >= grp->timerCount ||
         grp->callback == nullptr || !KrvRelTmrPoolHandleValidCheck(grp->pool)) {
-        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrGrpInfoValidCheck]:grpInfo invalid, tmrSn is %zu.", static_cast<size_t>(tmrSn));
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrGrpInfoValidCheck]:grpInfo invalid, tmrSn is %zu.", static_cast<size_t>(tmrSn));
         return false;
     }
     return true;
@@ -70,20 +70,20 @@ uint32_t KRV_RelTimerGrpCreate(KrvRelTmrGrpInfo **timerGrp, KrvRelTmrPool *pool,
 {
     ModuleUse use;
     if (use.Get() == nullptr) {
-        KRV_DIAG(kNotInitialized, "[MERILUX-KRV_ReltimerGrpCreate]:relative timer module has not been initialized!");
-        return kNotInitialized;
+        KRV_DIAG(KRV_ERR_NOT_INIT, "[MERILUX-KRV_ReltimerGrpCreate]:relative timer module has not been initialized!");
+        return KRV_ERR_NOT_INIT;
     }
     if (maxTimer == 0 || callback == nullptr || timerGrp == nullptr || !KrvRelTmrPoolHandleValidCheck(pool)) {
-        KRV_DIAG(kInvalid, "[MERILUX-KRV_ReltimerGrpCreate]:Param invalid maxTimer(%u).", static_cast<unsigned>(maxTimer));
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KRV_ReltimerGrpCreate]:Param invalid maxTimer(%u).", static_cast<unsigned>(maxTimer));
+        return KRV_ERR_INVALID;
     }
     KrvRelTmrCtrl *ctrl = use.Get();
     KRV_OsalMutexLock(ctrl->grpMutex);
     KrvRelTmrGrpInfo *grp = KrvRelTmrGrpAlloc(maxTimer);
     if (grp == nullptr) {
         KRV_OsalMutexUnLock(ctrl->grpMutex);
-        KRV_DIAG(kNoMemory, "[MERILUX-KRV_ReltimerGrpCreate]:Malloc fail");
-        return kNoMemory;
+        KRV_DIAG(KRV_ERR_NOMEM, "[MERILUX-KRV_ReltimerGrpCreate]:Malloc fail");
+        return KRV_ERR_NOMEM;
     }
     grp->timerCount = maxTimer;
     grp->initFlag = KRV_RELTMR_INIT_FLAG;
@@ -99,17 +99,17 @@ uint32_t KRV_RelTimerGrpFree(KrvRelTmrGrpInfo *timerGrp)
 {
     ModuleUse use;
     if (use.Get() == nullptr) {
-        KRV_DIAG(kNotInitialized, "[MERILUX-KRV_RelTimerGrpFree]:relative timer module has not been initialized!");
-        return kNotInitialized;
+        KRV_DIAG(KRV_ERR_NOT_INIT, "[MERILUX-KRV_RelTimerGrpFree]:relative timer module has not been initialized!");
+        return KRV_ERR_NOT_INIT;
     }
     KrvRelTmrCtrl *ctrl = use.Get();
     KRV_OsalMutexLock(ctrl->grpMutex);
     if (timerGrp == nullptr || timerGrp->initFlag != KRV_RELTMR_INIT_FLAG) {
         KRV_OsalMutexUnLock(ctrl->grpMutex);
-        KRV_DIAG(kInvalid,
+        KRV_DIAG(KRV_ERR_INVALID,
                  "[MERILUX-KRV_RelTimerGrpFree]:timerGrp is null, or (KrvRelTmrGrpInfo *)timerGrp->initFlag != "
                  "KRV_RELTMR_INIT_FLAG.");
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
     for (uint64_t sn = 0; sn < timerGrp->timerCount; ++sn) {
         KRV_OsalMutexLock(ctrl->tmrMutex);
@@ -136,8 +136,8 @@ uint32_t KRV_RelTimerofGrpStart(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn, uint
 {
     ModuleUse use;
     if (use.Get() == nullptr) {
-        KRV_DIAG(kNotInitialized, "[MERILUX-KRV_RelTimerofGrpStart]:relative timer module has not been initialized!");
-        return kNotInitialized;
+        KRV_DIAG(KRV_ERR_NOT_INIT, "[MERILUX-KRV_RelTimerofGrpStart]:relative timer module has not been initialized!");
+        return KRV_ERR_NOT_INIT;
     }
     auto modeByte = static_cast<uint8_t>(mode);
     KrvRelTmrCtrl *ctrl = use.Get();
@@ -147,9 +147,9 @@ uint32_t KRV_RelTimerofGrpStart(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn, uint
     KRV_OsalMutexUnLock(ctrl->tmrMutex);
     if (!valid) {
         KRV_OsalMutexUnLock(ctrl->grpMutex);
-        KRV_DIAG(kInvalid, "[MERILUX-KRV_RelTimerofGrpStart]:Param invalid, mode is %u, tmrSn is %u", modeByte,
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KRV_RelTimerofGrpStart]:Param invalid, mode is %u, tmrSn is %u", modeByte,
                  static_cast<unsigned>(tmrSn));
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
     KrvRelTmrFuncInfo funcInfo = {timerGrp->callback, tmrSn, param};
     uint32_t ret = KrvStartRelTimer(&timerGrp->handles[tmrSn], timerGrp->pool, intervalMs, modeByte, &funcInfo);
@@ -164,23 +164,23 @@ uint32_t KRV_RelTimerofGrpStop(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn)
 {
     ModuleUse use;
     if (use.Get() == nullptr) {
-        KRV_DIAG(kNotInitialized, "[MERILUX-KRV_RelTimerofGrpStop]:relative timer module has not been initialized!");
-        return kNotInitialized;
+        KRV_DIAG(KRV_ERR_NOT_INIT, "[MERILUX-KRV_RelTimerofGrpStop]:relative timer module has not been initialized!");
+        return KRV_ERR_NOT_INIT;
     }
     KrvRelTmrCtrl *ctrl = use.Get();
     KRV_OsalMutexLock(ctrl->grpMutex);
     if (timerGrp == nullptr) {
         KRV_OsalMutexUnLock(ctrl->grpMutex);
-        KRV_DIAG(kInvalid, "[MERILUX-KRV_RelTimerofGrpStop]:Param invalid.");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KRV_RelTimerofGrpStop]:Param invalid.");
+        return KRV_ERR_INVALID;
     }
     if (timerGrp->initFlag != KRV_RELTMR_INIT_FLAG || tmrSn >= timerGrp->timerCount) {
         uint64_t count = timerGrp->timerCount;
         uint32_t flag = timerGrp->initFlag;
         KRV_OsalMutexUnLock(ctrl->grpMutex);
-        KRV_DIAG(kInvalid, "[MERILUX-KRV_RelTimerofGrpStop]:Param invalid(%zu,%zu,%u)", static_cast<size_t>(tmrSn),
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KRV_RelTimerofGrpStop]:Param invalid(%zu,%zu,%u)", static_cast<size_t>(tmrSn),
                  static_cast<size_t>(count), flag);
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
     KRV_OsalMutexLock(ctrl->tmrMutex);
     uint32_t ret = 0;

@@ -12,7 +12,7 @@
 
 #include "krv_osalsync.h"
 #include "krv_reltmr.h"
-#include "osal/krv_status.h"
+#include "krv_status.h"
 #include "reltmr/krv_reltmr_wheel.h"
 
 namespace krv::reltmr {
@@ -37,9 +37,6 @@ struct KrvRelTmrCtrl {
 
 constexpr uint32_t kFreedFlag = ~KRV_RELTMR_INIT_FLAG;
 constexpr uint64_t kNsPerTick = 10000000;
-
-// The status a pool handle already in use gets; the shared numbers are in osal/krv_status.h.
-constexpr uint32_t kPoolInUse = 8193;
 
 // The module record, or null while the module does not exist.
 KrvRelTmrCtrl *Ctrl();

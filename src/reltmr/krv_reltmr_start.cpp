@@ -18,7 +18,7 @@ namespace {
 bool KrvRelTmrFuncInfoValidCheck(const KrvRelTmrFuncInfo *funcInfo)
 {
     if (funcInfo == nullptr || funcInfo->callback == nullptr) {
-        KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrFuncInfoValidCheck]:FuncInfo is NULL.");
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrFuncInfoValidCheck]:FuncInfo is NULL.");
         return false;
     }
     return true;
@@ -33,7 +33,7 @@ bool KrvRelTmrStartParamCheck(KrvRelTmrNode **handle, const KrvRelTmrPool *pool,
     bool valid = !(handle == nullptr && mode == KRV_RELTMR_MODE_PERIODIC) && KrvRelTmrPoolHandleValidCheck(pool) &&
                  KrvRelTmrFuncInfoValidCheck(funcInfo) && mode <= KRV_RELTMR_MODE_PERIODIC;
     if (!valid) {
-        KRV_DIAG(kInvalid, "[MERILUX-KRV_CallBackRelTimerStart]:Inval Param mode %d", mode);
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KRV_CallBackRelTimerStart]:Inval Param mode %d", mode);
     }
     return valid;
 }
@@ -53,8 +53,8 @@ uint32_t KrvRelTmrStop(KrvRelTmrNode *node)
             node->status = KRV_RELTMR_STATUS_STOPPED;
             return 0;
         default:
-            KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrStop]:status wrong,%u,%u", node->status, node->interval);
-            return kInvalid;
+            KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrStop]:status wrong,%u,%u", node->status, node->interval);
+            return KRV_ERR_INVALID;
     }
 }
 
@@ -81,8 +81,8 @@ uint32_t KrvStartRelTimer(KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t 
     KrvRelTmrNode *node = pool->freeHead;
     if (node->next == nullptr) {
         KRV_OsalMutexUnLock(ctrl->tmrMutex);
-        KRV_DIAG(kNoMemory, "[MERILUX-KrvStartRelTimer]:no free reltimer");
-        return kNoMemory;
+        KRV_DIAG(KRV_ERR_NOMEM, "[MERILUX-KrvStartRelTimer]:no free reltimer");
+        return KRV_ERR_NOMEM;
     }
     pool->freeHead = node->next;
     node->mode = mode;
@@ -113,8 +113,8 @@ uint32_t KRV_CallBackRelTimerStart(KrvRelTmrNode **handle, KrvRelTmrPool *pool, 
 {
     ModuleUse use;
     if (use.Get() == nullptr) {
-        KRV_DIAG(kNotInitialized, "[MERILUX-KRV_CallBackRelTimerStart]:relative timer module has not been initialized!");
-        return kNotInitialized;
+        KRV_DIAG(KRV_ERR_NOT_INIT, "[MERILUX-KRV_CallBackRelTimerStart]:relative timer module has not been initialized!");
+        return KRV_ERR_NOT_INIT;
     }
     auto modeByte = static_cast<uint8_t>(mode);
     KrvRelTmrCtrl *ctrl = use.Get();
@@ -122,10 +122,10 @@ uint32_t KRV_CallBackRelTimerStart(KrvRelTmrNode **handle, KrvRelTmrPool *pool, 
     // the recursive mutex), and no other call can free the pool between the check and its use.
     KRV_OsalMutexLock(ctrl->tmrMutex);
     bool valid = KrvRelTmrStartParamCheck(handle, pool, modeByte, funcInfo);
-    uint32_t ret = valid ? KrvStartRelTimer(handle, pool, intervalMs, modeByte, funcInfo) : kInvalid;
+    uint32_t ret = valid ? KrvStartRelTimer(handle, pool, intervalMs, modeByte, funcInfo) : KRV_ERR_INVALID;
     KRV_OsalMutexUnLock(ctrl->tmrMutex);
     if (!valid) {
-        return kInvalid;
+        return KRV_ERR_INVALID;
     }
     if (ret != 0) {
         KRV_DIAG(ret, "[MERILUX-KRV_CallBackRelTimerStart]:KrvStartRelTimer failed, ret is %u", ret);
@@ -137,12 +137,12 @@ uint32_t KRV_RelTimerStop(KrvRelTmrNode **handle)
 {
     ModuleUse use;
     if (use.Get() == nullptr) {
-        KRV_DIAG(kNotInitialized, "[MERILUX-KRV_RelTimerStop]:relative timer module has not been initialized!");
-        return kNotInitialized;
+        KRV_DIAG(KRV_ERR_NOT_INIT, "[MERILUX-KRV_RelTimerStop]:relative timer module has not been initialized!");
+        return KRV_ERR_NOT_INIT;
     }
     if (handle == nullptr) {
-        KRV_DIAG(kInvalid, "[MERILUX-KRV_RelTimerStop]:param invalid");
-        return kInvalid;
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KRV_RelTimerStop]:param invalid");
+        return KRV_ERR_INVALID;
     }
     KrvRelTmrCtrl *ctrl = use.Get();
     KRV_OsalMutexLock(ctrl->tmrMutex);
@@ -155,7 +155,7 @@ uint32_t KRV_RelTimerStop(KrvRelTmrNode **handle)
     if (ret == 0) {
         // A stale handle still stops whatever its node runs now; the line tells the caller so.
         if (node->handleSlot != handle) {
-            KRV_DIAG(kInvalid, "[MERILUX-KRV_RelTimerStop]:param invalid");
+            KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KRV_RelTimerStop]:param invalid");
         }
         *handle = nullptr;
         node->handleSlot = nullptr;

@@ -91,7 +91,7 @@ void *KrvRelTmrTrigTaskEntry(void *)
         if (KrvPassTickGet(ctrl, static_cast<uint64_t>(now.tv_sec), static_cast<uint64_t>(now.tv_nsec), &ticks)) {
             KrvRelTmrTurn(ctrl, ticks);
         } else {
-            KRV_DIAG(kInvalid, "[MERILUX-KrvRelTmrTrigTaskEntry]:Tick pass get failed.");
+            KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrTrigTaskEntry]:Tick pass get failed.");
         }
         // The pass that saw the flag was the last; the joining KRV_RelTimerFini need not wait a nap.
         if (stopping) {
