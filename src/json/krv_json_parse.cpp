@@ -10,17 +10,17 @@
 #include "krv_osalfs.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "osal/krv_pathbuf.h"
 
 namespace {
 
 constexpr char kKrvSource[] = "krv_json";
 constexpr uint32_t kMaxTextLen = 0x0FFFFFFF;
-constexpr size_t kPathBufSize = 4096;
 
 // What a file parse holds while it runs; allocated as one block so that the path buffer does not
 // sit on the caller's stack.
 struct FileWork {
-    char path[kPathBufSize];
+    char path[krv::kPathBufSize];
     char *buffer;
     uint32_t size;
 };

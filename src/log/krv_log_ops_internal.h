@@ -16,13 +16,13 @@
 
 #include "krv_log_ops.h"
 #include "krv_osalsync.h"
+#include "osal/krv_pathbuf.h"
 #include "util/krv_rawlist.h"
 
 namespace krv::logops {
 
 constexpr uint32_t kQueueSlots = 300;
 constexpr uint32_t kRingFiles = 3;
-constexpr uint32_t kPathBufSize = 4096;
 constexpr size_t kStampBufSize = 40;
 
 struct Context {

@@ -14,11 +14,11 @@
 #include "krv_osal.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "osal/krv_pathbuf.h"
 
 namespace {
 
 constexpr char kKrvSource[] = "krv_osalfs";
-constexpr size_t kPathBufSize = 4096;
 constexpr size_t kPeerTextSize = 16;  // INET_ADDRSTRLEN: the length reported is always this
 
 // The I/O failures callers are prepared for; the values agree with KRV_OsalEnoTransfer.
@@ -107,9 +107,9 @@ uint32_t KRV_RealPathCheck(const char *path)
         KRV_DIAG_AT(45, 22, krv::kLevelError, "param is null");
         return 22;
     }
-    char *resolved = static_cast<char *>(KRV_OsalMemAlloc(kPathBufSize));
+    char *resolved = static_cast<char *>(KRV_OsalMemAlloc(krv::kPathBufSize));
     if (resolved == nullptr) {
-        KRV_DIAG_AT(51, 12, krv::kLevelError, "malloc failed, pathLen:%zu", kPathBufSize);
+        KRV_DIAG_AT(51, 12, krv::kLevelError, "malloc failed, pathLen:%zu", static_cast<size_t>(krv::kPathBufSize));
         return 12;
     }
     resolved[0] = '\0';  // a missing path may leave the buffer untouched; compare against "" then
