@@ -57,7 +57,7 @@ private:
 };
 
 // While alive, the calling thread's mallocs after the first `skip` fail, `count` times in all.
-// Only binaries whose sources mention AllocFailure link the interposed malloc.
+// Only the binaries listed in KRV_ALLOC_FAILURE_TESTS (tests/CMakeLists.txt) link the interposed malloc.
 class AllocFailure {
 public:
     explicit AllocFailure(unsigned skip, unsigned count = ~0u);
