@@ -5,7 +5,8 @@
 # usually shared.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/deps.sh libbenchmark-dev libuv1-dev libspdlog-dev libcjson-dev rapidjson-dev
+bash scripts/deps.sh libbenchmark-dev libuv1-dev libspdlog-dev libcjson-dev rapidjson-dev \
+  nlohmann-json3-dev libjansson-dev
 jobs=$(nproc 2>/dev/null || echo 2)
 [ "$jobs" -le 2 ] || jobs=2
 
