@@ -5,12 +5,17 @@
 #ifndef KRV_JSON_INTERNAL_H
 #define KRV_JSON_INTERNAL_H
 
+#include <cassert>
+#include <cstddef>
 #include <cstdint>
 
 #include "krv_json.h"
 
 namespace krv {
 namespace json {
+
+// Longest string the module accepts, whether parsed or set: 4096 bytes pass, 4097 do not.
+constexpr size_t kMaxStringLen = 4096;
 
 // Parse cursor: len is the text length plus one, so the terminating NUL lies inside [0, len).
 struct Cursor {
@@ -28,8 +33,15 @@ KrvJsonChild *ChildInit(KrvJson *item);
 // Names child key and appends it to object's member list, refusing a repeated name. Returns 0, 22,
 // 12 or 1; on failure child stays owned by the caller.
 uint32_t ItemAddToObject(const char *key, KrvJson *child, KrvJson *object);
-// Advances pos over every byte <= 0x20 (NUL included) while pos < len.
-void SkipWhitespace(Cursor *cursor);
+// Advances pos over every byte <= 0x20 (NUL included) while pos < len. Control bytes count as
+// blank too, and so does the terminating NUL, so a cursor that skips past the NUL ends up at len.
+inline void SkipWhitespace(Cursor *cursor)
+{
+    assert(cursor->pos <= cursor->len);
+    while (cursor->pos < cursor->len && static_cast<unsigned char>(cursor->text[cursor->pos]) <= 0x20) {
+        ++cursor->pos;
+    }
+}
 // Parses one value at the cursor into *out, continuing the process-wide nesting counter without
 // resetting it. Returns 0, 1, 12 or 22; on failure *out is null and nothing is leaked. Uses a
 // bounded amount of call stack whatever the nesting; a text nested deeper than any acceptable

@@ -1,15 +1,42 @@
-// JSON nodes and child links: creation, whitespace skipping and release of whole trees.
-#include <cassert>
-#include <cstddef>
+// JSON nodes and child links: creation and release of whole trees.
+#include <cstring>
 
 #include "json/krv_json_internal.h"
 #include "krv_osal.h"
+#include "krv_status.h"
 #include "log/krv_diag.h"
-#include "osal/krv_bounded.h"
 
 namespace {
 
 constexpr char kKrvSource[] = "krv_json";
+
+// What an emptied container remembers while its children are released: the container around it
+// and the links of that container still to visit. It is kept in the container's own key bytes,
+// which are dead by then, so deleting needs neither memory nor call stack.
+struct OpenContainer {
+    KrvJson *outer;
+    KrvJsonChild *rest;
+};
+static_assert(sizeof(OpenContainer) <= KRV_JSON_KEY_LEN, "the key holds the open-container record");
+
+/* The release walk is a chain of dependent loads through blocks the cache no longer holds. Two
+ * links ahead of the one being released, start loading the next link and its node; one link ahead,
+ * whose node has arrived by now, start loading the string block it will free. */
+void PrefetchAhead(const KrvJsonChild *next)
+{
+    if (next == nullptr) {
+        return;
+    }
+    const KrvJson *item = next->item;
+    if (item != nullptr && item->valueType == KRV_JSON_STRING) {
+        __builtin_prefetch(item->stringValue);
+    }
+    const KrvJsonChild *after = next->next;
+    if (after != nullptr) {
+        __builtin_prefetch(after->item);
+        __builtin_prefetch(after->next);
+    }
+}
 
 }  // namespace
 
@@ -22,10 +49,10 @@ KrvJson *Create(uint32_t valueType)
 {
     auto *node = static_cast<KrvJson *>(KRV_OsalMemAlloc(sizeof(KrvJson)));
     if (node == nullptr) {
-        KRV_DIAG(12, "Krv Json Create malloc failed");
+        KRV_DIAG(KRV_ERR_NOMEM, "Krv Json Create malloc failed");
         return nullptr;
     }
-    memset_s(node, sizeof(KrvJson), 0, sizeof(KrvJson));
+    *node = KrvJson{};
     node->valueType = valueType;
     if (valueType == KRV_JSON_ARRAY) {
         node->arrType = KRV_JSON_TYPE_NONE;
@@ -38,7 +65,7 @@ KrvJsonChild *ChildInit(KrvJson *item)
 {
     auto *link = static_cast<KrvJsonChild *>(KRV_OsalMemAlloc(sizeof(KrvJsonChild)));
     if (link == nullptr) {
-        KRV_DIAG(12, "Krv Json Child Init malloc failed");
+        KRV_DIAG(KRV_ERR_NOMEM, "Krv Json Child Init malloc failed");
         return nullptr;
     }
     link->item = item;
@@ -46,49 +73,48 @@ KrvJsonChild *ChildInit(KrvJson *item)
     return link;
 }
 
-/* Every byte up to 0x20 counts as blank, control bytes and the terminating NUL included, so a
- * cursor that skips past the NUL ends up at len. */
-void SkipWhitespace(Cursor *cursor)
-{
-    assert(cursor->pos <= cursor->len);
-    while (cursor->pos < cursor->len && static_cast<unsigned char>(cursor->text[cursor->pos]) <= 0x20) {
-        ++cursor->pos;
-    }
-}
-
 }  // namespace json
 }  // namespace krv
 
 extern "C" {
 
-/* Iterative so that no tree, however deep the setters made it, can exhaust the call stack: the
- * child list of each freed node is spliced onto one pending list of links still to release. A
- * string node owns no children and its child field is not looked at. */
+/* Iterative so that no tree, however deep the setters made it, can exhaust the call stack, yet in
+ * the order of a recursive release: depth first, in document order, each container after its
+ * children. That order matters for speed: the allocator hands the blocks out again in reverse
+ * order, so the next parse of a similar document walks memory sequentially instead of at random.
+ * A string node owns no children and its child field is not looked at. */
 void KRV_JsonDelete(KrvJson *json)
 {
-    KrvJsonChild *pending = nullptr;
+    KrvJson *open = nullptr;        // innermost container being emptied
+    KrvJsonChild *rest = nullptr;  // its links still to release
     KrvJson *node = json;
     for (;;) {
-        if (node != nullptr) {
-            if (node->valueType == KRV_JSON_STRING) {
-                KRV_OsalMemFree(node->stringValue);
-            } else if (node->child != nullptr) {
-                KrvJsonChild *last = node->child;
-                while (last->next != nullptr) {
-                    last = last->next;
-                }
-                last->next = pending;
-                pending = node->child;
-                node->child = nullptr;
-            }
+        if (node != nullptr && node->valueType == KRV_JSON_STRING) {
+            KRV_OsalMemFree(node->stringValue);
             KRV_OsalMemFree(node);
+        } else if (node != nullptr && node->child == nullptr) {
+            KRV_OsalMemFree(node);
+        } else if (node != nullptr) {
+            const OpenContainer outer = {open, rest};
+            std::memcpy(node->key, &outer, sizeof(outer));
+            open = node;
+            rest = node->child;
         }
-        if (pending == nullptr) {
-            return;
+        while (rest == nullptr) {
+            if (open == nullptr) {
+                return;
+            }
+            KrvJson *emptied = open;
+            OpenContainer outer;
+            std::memcpy(&outer, emptied->key, sizeof(outer));
+            open = outer.outer;
+            rest = outer.rest;
+            KRV_OsalMemFree(emptied);
         }
-        KrvJsonChild *link = pending;
-        pending = link->next;
+        KrvJsonChild *link = rest;
+        rest = link->next;
         node = link->item;
+        PrefetchAhead(rest);
         KRV_OsalMemFree(link);
     }
 }
