@@ -5,9 +5,10 @@
 #include <cassert>
 #include <cstring>
 
-#include "json/krv_json_types.h"
+#include "json/krv_json_type_test.h"
 #include "krv_json.h"
 #include "krv_osal.h"
+#include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
 
@@ -38,7 +39,7 @@ uint32_t Cast2String(const KrvJson *item, char **str)
 }
 
 // Finds member key of json and checks that it is of type expected, logging a mismatch with the
-// caller's text (one %u: the member's actual type). Returns 0 with the member in *item, the
+// caller's text (one %u: the member's actual type). Returns KRV_OK with the member in *item, the
 // lookup's own status, or 1. Arguments are the caller's to check, each getter having its own rule.
 uint32_t TypedMemberGet(KrvJson *json, const char *key, uint32_t expected, const char *mismatchFmt, KrvJson **item)
 {

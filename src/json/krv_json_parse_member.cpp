@@ -142,32 +142,37 @@ void MemberListAppend(MemberList *members, KrvJson *object, KrvJsonChild *link)
 namespace krv {
 namespace json {
 
-/* On failure the child is not linked and stays the caller's; its key may have been overwritten.
- * With members, key must be zero-padded to KRV_JSON_KEY_LEN bytes, as the parser keeps it. */
-uint32_t MemberAttach(const char *key, KrvJson *child, KrvJson *object, MemberList *members)
+uint32_t MemberLinkMake(const char *key, KrvJson *child, KrvJsonChild **link)
 {
-    assert(key != nullptr && child != nullptr && object != nullptr);
     int rc = strcpy_s(child->key, KRV_JSON_KEY_LEN, key);
     if (rc != 0) {
         KRV_DIAG(KRV_ERR_FAILED, "strcpys failed str: %s, errorcode: %d", key, rc);
         return KRV_ERR_FAILED;
     }
-    KrvJsonChild *link = ChildInit(child);
-    if (link == nullptr) {
-        return KRV_ERR_NOMEM;
+    *link = ChildInit(child);
+    return *link != nullptr ? KRV_OK : KRV_ERR_NOMEM;
+}
+
+/* On failure the child is not linked and stays the caller's; its key may have been overwritten.
+ * With members, key must be zero-padded to KRV_JSON_KEY_LEN bytes, as the parser keeps it. */
+uint32_t MemberAttach(const char *key, KrvJson *child, KrvJson *object, MemberList *members)
+{
+    assert(key != nullptr && child != nullptr && object != nullptr);
+    KrvJsonChild *link = nullptr;
+    uint32_t status = MemberLinkMake(key, child, &link);
+    if (status != KRV_OK) {
+        return status;
     }
-    // The member's name equals key byte for byte, so key stands in for it in the texts.
-    switch (FindRepeat(key, object, members)) {
-        case Repeat::kEarlier:
+    Repeat repeat = FindRepeat(key, object, members);
+    if (repeat != Repeat::kNone) {
+        // The member's name equals key byte for byte, so key stands in for it in the texts.
+        if (repeat == Repeat::kEarlier) {
             KRV_DIAG(KRV_ERR_FAILED, "key: %s is equal with child'skey: %s", key, key);
-            KRV_OsalMemFree(link);
-            return KRV_ERR_FAILED;
-        case Repeat::kLast:
+        } else {
             KRV_DIAG(KRV_ERR_FAILED, "key: %s is equal with child's key: %s", key, key);
-            KRV_OsalMemFree(link);
-            return KRV_ERR_FAILED;
-        case Repeat::kNone:
-            break;
+        }
+        KRV_OsalMemFree(link);
+        return KRV_ERR_FAILED;
     }
     if (members != nullptr) {
         MemberListAppend(members, object, link);

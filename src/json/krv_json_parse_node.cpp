@@ -1,10 +1,11 @@
-// JSON nodes and child links: creation and release of whole trees.
+// JSON nodes, child links and text blocks: creation, and release of whole trees.
 #include <cstring>
 
 #include "json/krv_json_internal.h"
 #include "krv_osal.h"
 #include "krv_status.h"
 #include "log/krv_diag.h"
+#include "osal/krv_bounded.h"
 
 namespace {
 
@@ -71,6 +72,18 @@ KrvJsonChild *ChildInit(KrvJson *item)
     link->item = item;
     link->next = nullptr;
     return link;
+}
+
+char *TextBlockAlloc(size_t bytes)
+{
+    auto *block = static_cast<char *>(KRV_OsalMemAlloc(bytes));
+    if (block == nullptr) {
+        KRV_DIAG(KRV_ERR_NOMEM, "malloc failed, mallocLen %zu", bytes);
+        return nullptr;
+    }
+    // Cannot fail: the count is the block's own size.
+    (void)memset_s(block, bytes, 0, bytes);
+    return block;
 }
 
 }  // namespace json

@@ -76,20 +76,33 @@ uint32_t LiteralCreate(uint32_t valueType, KrvJson **value)
     return *value != nullptr ? KRV_OK : KRV_ERR_NOMEM;
 }
 
+/* Copies length bytes of text into a new terminated block in *copy. nomemText is the caller's own
+ * out-of-memory line. */
+uint32_t TextCopy(const char *text, size_t length, const char *nomemText, char **copy)
+{
+    auto *block = static_cast<char *>(KRV_OsalMemAlloc(length + 1));
+    if (block == nullptr) {
+        KRV_DIAG(KRV_ERR_NOMEM, "%s", nomemText);
+        return KRV_ERR_NOMEM;
+    }
+    int rc = krv::strncpy_s(block, length + 1, text, length);
+    if (rc != 0) {
+        KRV_OsalMemFree(block);
+        KRV_DIAG(KRV_ERR_FAILED, "strncpy copy failed, errorcode: %d", rc);
+        return KRV_ERR_FAILED;
+    }
+    *copy = block;
+    return KRV_OK;
+}
+
 /* The numbers DecimalScan cannot convert exactly go to strtod on a terminated copy. An
  * out-of-range value fails silently: the caller reports the whole parse. */
 uint32_t NumberConvert(const char *digits, uint32_t length, double *number)
 {
-    auto *copy = static_cast<char *>(KRV_OsalMemAlloc(static_cast<uint64_t>(length) + 1));
-    if (copy == nullptr) {
-        KRV_DIAG(KRV_ERR_NOMEM, "Krv Json Number Parse malloc failed");
-        return KRV_ERR_NOMEM;
-    }
-    int rc = krv::strncpy_s(copy, length + 1, digits, length);
-    if (rc != 0) {
-        KRV_OsalMemFree(copy);
-        KRV_DIAG(KRV_ERR_FAILED, "strncpy copy failed, errorcode: %d", rc);
-        return KRV_ERR_FAILED;
+    char *copy = nullptr;
+    uint32_t status = TextCopy(digits, length, "Krv Json Number Parse malloc failed", &copy);
+    if (status != KRV_OK) {
+        return status;
     }
     errno = 0;
     *number = std::strtod(copy, nullptr);
@@ -168,16 +181,10 @@ uint32_t StringParse(Cursor *cursor, KrvJson **value)
     if (status != KRV_OK) {
         return status;
     }
-    auto *copy = static_cast<char *>(KRV_OsalMemAlloc(length + 1));
-    if (copy == nullptr) {
-        KRV_DIAG(KRV_ERR_NOMEM, "Krv Json String Parse malloc failed");
-        return KRV_ERR_NOMEM;
-    }
-    int rc = krv::strncpy_s(copy, length + 1, first, length);
-    if (rc != 0) {
-        KRV_OsalMemFree(copy);
-        KRV_DIAG(KRV_ERR_FAILED, "strncpy copy failed, errorcode: %d", rc);
-        return KRV_ERR_FAILED;
+    char *copy = nullptr;
+    status = TextCopy(first, length, "Krv Json String Parse malloc failed", &copy);
+    if (status != KRV_OK) {
+        return status;
     }
     *value = krv::json::Create(KRV_JSON_STRING);
     if (*value == nullptr) {
@@ -308,7 +315,7 @@ uint32_t ValueMismatch()
     return KRV_ERR_FAILED;
 }
 
-/* Starts one value: a scalar or an empty container completes into *value (status 0); a container
+/* Starts one value: a scalar or an empty container completes into *value (KRV_OK); a container
  * with content is pushed and kNeedChild returned; a failure leaves *value null. */
 uint32_t ValueOpen(Cursor *cursor, FrameStack *stack, KrvJson **value)
 {

@@ -34,6 +34,13 @@ int main(void)
     if (g_hookCalls != 1) {
         return 5;
     }
+    KrvJson *root = NULL;
+    double number = 0;
+    if (KRV_JsonParseByString("{\"n\": 2.5}", &root) != KRV_OK || KRV_JsonNumberValueGet(root, "n", &number) != KRV_OK ||
+        number != 2.5) {
+        return 6;
+    }
+    KRV_JsonDelete(root);
     puts("c program ok");
     return 0;
 }
