@@ -11,6 +11,7 @@
 #include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "osal/krv_osal_mem.h"
 
 namespace {
 
@@ -23,14 +24,14 @@ uint32_t Cast2String(const KrvJson *item, char **str)
 {
     assert(item->valueType == KRV_JSON_STRING && item->stringValue != nullptr);
     size_t capacity = std::strlen(item->stringValue) + 1;
-    *str = static_cast<char *>(KRV_OsalMemAlloc(capacity));
+    *str = static_cast<char *>(krv::OsalMemAlloc(capacity));
     if (*str == nullptr) {
         KRV_DIAG(KRV_ERR_NOMEM, "Krv Json Cast2String malloc failed");
         return KRV_ERR_NOMEM;
     }
     int rc = krv::strcpy_s(*str, capacity, item->stringValue);
     if (rc != 0) {
-        KRV_OsalMemFree(*str);
+        krv::OsalMemFree(*str);
         *str = nullptr;
         KRV_DIAG(KRV_ERR_FAILED, "strcpy failed, strLen: %zu, errorcode: %d", capacity, rc);
         return KRV_ERR_FAILED;

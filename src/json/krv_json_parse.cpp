@@ -6,11 +6,11 @@
 #include <cstring>
 
 #include "json/krv_json_internal.h"
-#include "krv_osal.h"
 #include "krv_osalfs.h"
 #include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "osal/krv_osal_mem.h"
 #include "osal/krv_pathbuf.h"
 
 namespace {
@@ -41,7 +41,7 @@ uint32_t FileRead(FileWork *work)
         KRV_DIAG(KRV_ERR_FAILED, "fileSize:%u error", work->size);
         return KRV_ERR_FAILED;
     }
-    work->buffer = static_cast<char *>(KRV_OsalMemAlloc(static_cast<uint64_t>(work->size) + 1));
+    work->buffer = static_cast<char *>(krv::OsalMemAlloc(static_cast<uint64_t>(work->size) + 1));
     if (work->buffer == nullptr) {
         KRV_DIAG(KRV_ERR_NOMEM, "Krv Json File Read malloc failed");
         return KRV_ERR_NOMEM;
@@ -105,7 +105,7 @@ uint32_t KRV_JsonParse(const char *fileName, KrvJson **json)
         KRV_DIAG(KRV_ERR_INVALID, "invaild param");
         return KRV_ERR_INVALID;
     }
-    auto *work = static_cast<FileWork *>(KRV_OsalMemAlloc(sizeof(FileWork)));
+    auto *work = static_cast<FileWork *>(krv::OsalMemAlloc(sizeof(FileWork)));
     if (work == nullptr) {
         KRV_DIAG(KRV_ERR_NOMEM, "mem alloc failed");
         return KRV_ERR_NOMEM;
@@ -125,8 +125,8 @@ uint32_t KRV_JsonParse(const char *fileName, KrvJson **json)
             KRV_DIAG(status, "Json Parse By String failed, fileBuffer :%s", work->buffer);
         }
     }
-    KRV_OsalMemFree(work->buffer);
-    KRV_OsalMemFree(work);
+    krv::OsalMemFree(work->buffer);
+    krv::OsalMemFree(work);
     return status;
 }
 

@@ -3,10 +3,10 @@
 #include <cstring>
 
 #include "json/krv_json_internal.h"
-#include "krv_osal.h"
 #include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "osal/krv_osal_mem.h"
 
 namespace {
 
@@ -51,7 +51,7 @@ bool IndexReserve(NameIndex *index)
     }
     uint32_t capacity = index->capacity == 0 ? kIndexInitialCapacity : index->capacity * 2;
     size_t bytes = static_cast<size_t>(capacity) * sizeof(const char *);
-    auto **slots = static_cast<const char **>(KRV_OsalMemAlloc(bytes));
+    auto **slots = static_cast<const char **>(krv::OsalMemAlloc(bytes));
     if (slots == nullptr) {
         return false;
     }
@@ -62,7 +62,7 @@ bool IndexReserve(NameIndex *index)
             *IndexProbe(&grown, index->slots[i]) = index->slots[i];
         }
     }
-    KRV_OsalMemFree(index->slots);
+    krv::OsalMemFree(index->slots);
     *index = grown;
     return true;
 }
@@ -75,7 +75,7 @@ void IndexInsert(NameIndex *index, const char *name)
         return;
     }
     if (!IndexReserve(index)) {
-        KRV_OsalMemFree(index->slots);
+        krv::OsalMemFree(index->slots);
         *index = {nullptr, 0, 0, true};
         return;
     }
@@ -171,7 +171,7 @@ uint32_t MemberAttach(const char *key, KrvJson *child, KrvJson *object, MemberLi
         } else {
             KRV_DIAG(KRV_ERR_FAILED, "key: %s is equal with child's key: %s", key, key);
         }
-        KRV_OsalMemFree(link);
+        krv::OsalMemFree(link);
         return KRV_ERR_FAILED;
     }
     if (members != nullptr) {
@@ -197,7 +197,7 @@ uint32_t ItemAddToObject(const char *key, KrvJson *child, KrvJson *object)
 
 void MemberListFini(MemberList *members)
 {
-    KRV_OsalMemFree(members->index.slots);
+    krv::OsalMemFree(members->index.slots);
     members->index = {nullptr, 0, 0, false};
 }
 

@@ -2,10 +2,10 @@
 #include <cstring>
 
 #include "json/krv_json_internal.h"
-#include "krv_osal.h"
 #include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "osal/krv_osal_mem.h"
 
 namespace {
 
@@ -50,7 +50,7 @@ namespace json {
  * "no element yet" type so that its first element decides the type of all. */
 KrvJson *Create(uint32_t valueType)
 {
-    auto *node = static_cast<KrvJson *>(KRV_OsalMemAlloc(sizeof(KrvJson)));
+    auto *node = static_cast<KrvJson *>(krv::OsalMemAlloc(sizeof(KrvJson)));
     if (node == nullptr) {
         KRV_DIAG(KRV_ERR_NOMEM, "Krv Json Create malloc failed");
         return nullptr;
@@ -66,7 +66,7 @@ KrvJson *Create(uint32_t valueType)
 /* The link takes ownership of item only once the caller has put it in a list. */
 KrvJsonChild *ChildInit(KrvJson *item)
 {
-    auto *link = static_cast<KrvJsonChild *>(KRV_OsalMemAlloc(sizeof(KrvJsonChild)));
+    auto *link = static_cast<KrvJsonChild *>(krv::OsalMemAlloc(sizeof(KrvJsonChild)));
     if (link == nullptr) {
         KRV_DIAG(KRV_ERR_NOMEM, "Krv Json Child Init malloc failed");
         return nullptr;
@@ -78,7 +78,7 @@ KrvJsonChild *ChildInit(KrvJson *item)
 
 char *TextBlockAlloc(size_t bytes)
 {
-    auto *block = static_cast<char *>(KRV_OsalMemAlloc(bytes));
+    auto *block = static_cast<char *>(krv::OsalMemAlloc(bytes));
     if (block == nullptr) {
         KRV_DIAG(KRV_ERR_NOMEM, "malloc failed, mallocLen %zu", bytes);
         return nullptr;
@@ -108,12 +108,12 @@ void KRV_JsonDelete(KrvJson *json)
     KrvJsonChild *holder = nullptr;  // the link that holds node; null for the root
     for (;;) {
         if (node != nullptr && node->valueType == KRV_JSON_STRING) {
-            KRV_OsalMemFree(node->stringValue);
-            KRV_OsalMemFree(node);
-            KRV_OsalMemFree(holder);
+            krv::OsalMemFree(node->stringValue);
+            krv::OsalMemFree(node);
+            krv::OsalMemFree(holder);
         } else if (node == nullptr || node->child == nullptr) {
-            KRV_OsalMemFree(node);
-            KRV_OsalMemFree(holder);
+            krv::OsalMemFree(node);
+            krv::OsalMemFree(holder);
         } else {
             const OpenContainer outer = {open, rest, holder};
             std::memcpy(node->key, &outer, sizeof(outer));
@@ -129,8 +129,8 @@ void KRV_JsonDelete(KrvJson *json)
             std::memcpy(&outer, emptied->key, sizeof(outer));
             open = outer.outer;
             rest = outer.rest;
-            KRV_OsalMemFree(emptied);
-            KRV_OsalMemFree(outer.holder);
+            krv::OsalMemFree(emptied);
+            krv::OsalMemFree(outer.holder);
         }
         holder = rest;
         rest = holder->next;

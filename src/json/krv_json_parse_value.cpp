@@ -17,6 +17,7 @@
 #include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "osal/krv_osal_mem.h"
 
 namespace {
 
@@ -80,14 +81,14 @@ uint32_t LiteralCreate(uint32_t valueType, KrvJson **value)
  * out-of-memory line. */
 uint32_t TextCopy(const char *text, size_t length, const char *nomemText, char **copy)
 {
-    auto *block = static_cast<char *>(KRV_OsalMemAlloc(length + 1));
+    auto *block = static_cast<char *>(krv::OsalMemAlloc(length + 1));
     if (block == nullptr) {
         KRV_DIAG(KRV_ERR_NOMEM, "%s", nomemText);
         return KRV_ERR_NOMEM;
     }
     int rc = krv::strncpy_s(block, length + 1, text, length);
     if (rc != 0) {
-        KRV_OsalMemFree(block);
+        krv::OsalMemFree(block);
         KRV_DIAG(KRV_ERR_FAILED, "strncpy copy failed, errorcode: %d", rc);
         return KRV_ERR_FAILED;
     }
@@ -107,7 +108,7 @@ uint32_t NumberConvert(const char *digits, uint32_t length, double *number)
     errno = 0;
     *number = std::strtod(copy, nullptr);
     int convError = errno;
-    KRV_OsalMemFree(copy);
+    krv::OsalMemFree(copy);
     return convError != 0 ? KRV_ERR_FAILED : KRV_OK;
 }
 
@@ -188,7 +189,7 @@ uint32_t StringParse(Cursor *cursor, KrvJson **value)
     }
     *value = krv::json::Create(KRV_JSON_STRING);
     if (*value == nullptr) {
-        KRV_OsalMemFree(copy);
+        krv::OsalMemFree(copy);
         KRV_DIAG(KRV_ERR_NOMEM, "string json create failed");
         return KRV_ERR_NOMEM;
     }
@@ -234,7 +235,7 @@ void FrameStackFini(FrameStack *stack)
 {
     assert(stack->depth == 0);
     if (stack->frames != stack->inlineFrames) {
-        KRV_OsalMemFree(stack->frames);
+        krv::OsalMemFree(stack->frames);
     }
 }
 
@@ -252,9 +253,9 @@ bool FrameStackGrow(FrameStack *stack)
     uint64_t newBytes = oldBytes * 2;
     void *grown;
     if (stack->frames == stack->inlineFrames) {
-        grown = KRV_OsalMemAlloc(newBytes);
+        grown = krv::OsalMemAlloc(newBytes);
         if (grown != nullptr && krv::memcpy_s(grown, newBytes, stack->inlineFrames, oldBytes) != 0) {
-            KRV_OsalMemFree(grown);
+            krv::OsalMemFree(grown);
             grown = nullptr;
         }
     } else {

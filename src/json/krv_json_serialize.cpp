@@ -10,10 +10,10 @@
 #include "json/krv_json_internal.h"
 #include "json/krv_json_type_test.h"
 #include "krv_json.h"
-#include "krv_osal.h"
 #include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "osal/krv_osal_mem.h"
 
 namespace {
 
@@ -176,7 +176,7 @@ uint32_t KRV_JsonSerializesToString(KrvJson *json, char **jsonStr, size_t *len)
     uint32_t ret = DoSerializes(json, &writer);
     if (ret != KRV_OK) {
         KRV_DIAG(KRV_ERR_NOMEM, "Json Do Serializes failed");
-        KRV_OsalMemFree(buf);
+        krv::OsalMemFree(buf);
         return ret;
     }
     assert(writer.offset == *len);

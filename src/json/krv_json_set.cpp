@@ -7,10 +7,10 @@
 
 #include "json/krv_json_internal.h"
 #include "krv_json.h"
-#include "krv_osal.h"
 #include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "osal/krv_osal_mem.h"
 
 namespace {
 
@@ -27,7 +27,7 @@ uint32_t StringCopy(const char *str, size_t strLen, char **copy)
     }
     int rc = krv::strncpy_s(buf, bufLen, str, strLen);
     if (rc != 0) {
-        KRV_OsalMemFree(buf);
+        krv::OsalMemFree(buf);
         KRV_DIAG(KRV_ERR_FAILED, "strncpy failed, errorcode: %d, bufLen:%zu, len:%zu", rc, bufLen, strLen);
         return KRV_ERR_FAILED;
     }
@@ -41,7 +41,7 @@ uint32_t StringMemberAppend(KrvJson *json, const char *key, char *copy)
 {
     KrvJson *node = krv::json::Create(KRV_JSON_STRING);
     if (node == nullptr) {
-        KRV_OsalMemFree(copy);
+        krv::OsalMemFree(copy);
         KRV_DIAG(KRV_ERR_NOMEM, "string json create failed");
         return KRV_ERR_NOMEM;
     }
@@ -96,7 +96,7 @@ void MemberReplaceOrAppend(KrvJson *json, KrvJsonChild *link)
         if (std::strcmp(link->item->key, (*slot)->item->key) == 0) {
             KRV_JsonDelete((*slot)->item);
             (*slot)->item = link->item;
-            KRV_OsalMemFree(link);
+            krv::OsalMemFree(link);
             return;
         }
     }
@@ -131,10 +131,10 @@ uint32_t KRV_JsonStringValueSet(KrvJson *json, const char *key, const char *str)
     }
     if (item->valueType != KRV_JSON_STRING) {
         KRV_DIAG(KRV_ERR_FAILED, "valueType isn't STRING：%u", item->valueType);
-        KRV_OsalMemFree(copy);
+        krv::OsalMemFree(copy);
         return KRV_ERR_FAILED;
     }
-    KRV_OsalMemFree(item->stringValue);
+    krv::OsalMemFree(item->stringValue);
     item->stringValue = copy;
     return KRV_OK;
 }
