@@ -22,22 +22,14 @@ struct OpenContainer {
 };
 static_assert(sizeof(OpenContainer) <= KRV_JSON_KEY_LEN, "the key holds the open-container record");
 
-/* The release walk is a chain of dependent loads through blocks the cache no longer holds. Two
- * links ahead of the one being released, start loading the next link and its node; one link ahead,
- * whose node has arrived by now, start loading the string block it will free. */
+/* The release walk is a chain of dependent loads through blocks the cache no longer holds: start
+ * loading the next link and its node while the current ones are released. Reading the next node
+ * itself (to prefetch its string too) would wait for exactly the load this hides. */
 void PrefetchAhead(const KrvJsonChild *next)
 {
-    if (next == nullptr) {
-        return;
-    }
-    const KrvJson *item = next->item;
-    if (item != nullptr && item->valueType == KRV_JSON_STRING) {
-        __builtin_prefetch(item->stringValue);
-    }
-    const KrvJsonChild *after = next->next;
-    if (after != nullptr) {
-        __builtin_prefetch(after->item);
-        __builtin_prefetch(after->next);
+    if (next != nullptr) {
+        __builtin_prefetch(next->item);
+        __builtin_prefetch(next->next);
     }
 }
 
