@@ -499,7 +499,7 @@ KRV_PARSE_CASES(config12k, kConfig12k);
 // must equal the input, which is compact already.
 
 // String-only tree: 40 sections of 40 string members (the serialiser writes at most 50 children
-// per container), 57 KB.
+// per container), 60 KB.
 std::string StringTree()
 {
     std::string text = "{";
