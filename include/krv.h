@@ -9,6 +9,9 @@
 #include "krv_osaleno.h"
 #include "krv_reltmr.h"
 #include "krv_json.h"
+#include "krv_hash.h"
+#include "krv_base64.h"
+#include "krv_strlib.h"
 #include "krv_log.h"
 #include "krv_log_ops.h"
 
