@@ -36,8 +36,8 @@ inline void PutQuantum(uint8_t *out, uint32_t word)
 }
 
 // Decodes whole quanta from s[*pos] while all four characters are alphabet characters and four more
-// bytes of the text remain; out needs one byte of slack beyond what it receives (the scratch buffer,
-// as long as the text, always has it). Returns the new output position.
+// bytes of the text remain. Each store writes one byte beyond its quantum; a block of ResultSize()
+// of the characters decoded so far always has that byte. Returns the new output position.
 uint8_t *DecodeQuanta(const uint8_t *s, size_t n, size_t *pos, uint8_t *out)
 {
     size_t p = *pos;
@@ -68,7 +68,9 @@ uint8_t *DecodeQuanta(const uint8_t *s, size_t n, size_t *pos, uint8_t *out)
     return out;
 }
 
-// Decodes the n-byte text s into out (at least n bytes) up to its end or its first '='.
+// Decodes the n-byte text s up to its end or its first '='. out needs room for the decoded bytes and
+// the one byte of slack the quantum stores use: a block of ResultSize of the text's alphabet
+// characters, or one as long as the text, has it.
 // Returns false when the text holds a byte outside the alphabet, the skip set and '='.
 bool DecodeText(const uint8_t *s, size_t n, uint8_t *out, Scan *scan)
 {
@@ -154,6 +156,29 @@ bool PaddingValid(const uint8_t *s, size_t n, const Scan &scan)
     return true;
 }
 
+// Bytes of the result block for m alphabet characters: whole quanta, as callers have always
+// received it, plus the terminator.
+size_t ResultSize(size_t m)
+{
+    return RoundUpToQuantum(m) / 4 * 3 + 1;
+}
+
+// Decodes s into out (ResultSize of its alphabet characters at least) and applies the padding rules.
+bool Decode(const uint8_t *s, size_t n, uint8_t *out, Scan *scan)
+{
+    return DecodeText(s, n, out, scan) && (scan->padAt == kNoPad || PaddingValid(s, n, *scan));
+}
+
+// An upper bound of the alphabet characters of s: every one of them stands before the trailing run of
+// '=' and skip bytes. For a text without inner line breaks it is exact.
+size_t AlphabetBound(const uint8_t *s, size_t n)
+{
+    while (n > 0 && kClass.of[s[n - 1]] >= kClassSkip && kClass.of[s[n - 1]] <= kClassPad) {
+        --n;
+    }
+    return n;
+}
+
 }  // namespace
 
 extern "C" uint32_t KRV_Base64Decode(const char *str, uint8_t **decoded, size_t *decodedLen)
@@ -161,30 +186,43 @@ extern "C" uint32_t KRV_Base64Decode(const char *str, uint8_t **decoded, size_t 
     if (str == nullptr || decoded == nullptr || decodedLen == nullptr) {
         return KRV_BASE64_ERR_PARAM;
     }
+    const auto *s = reinterpret_cast<const uint8_t *>(str);
     size_t n = std::strlen(str);
-    // The empty text fails here too: a zero-byte block is never handed out.
+    // The text-sized scratch block comes first, so the empty text and a first refused allocation
+    // both give KRV_BASE64_ERR_MALLOC whatever the text holds.
     auto *scratch = static_cast<uint8_t *>(KRV_OsalMemAlloc(n));
     if (scratch == nullptr) {
         return KRV_BASE64_ERR_MALLOC;
     }
-    const auto *s = reinterpret_cast<const uint8_t *>(str);
+    // Decode straight into a result sized for the bound; only a text whose characters fall short of
+    // it needs a second, exact block. Without memory for the result, decoding into the scratch block
+    // still tells a bad text (KRV_BASE64_ERR_DECODE) from a good one (KRV_BASE64_ERR_MALLOC).
+    size_t size = ResultSize(AlphabetBound(s, n));
+    auto *result = static_cast<uint8_t *>(KRV_OsalMemAlloc(size));
     Scan scan{};
     uint32_t rc = KRV_BASE64_ERR_DECODE;
-    if (DecodeText(s, n, scratch, &scan) && (scan.padAt == kNoPad || PaddingValid(s, n, scan))) {
-        // Sized for whole quanta as callers have always received it, plus the terminator.
-        size_t size = RoundUpToQuantum(scan.chars) / 4 * 3 + 1;
-        auto *result = static_cast<uint8_t *>(KRV_OsalMemAlloc(size));
-        if (result == nullptr) {
-            rc = KRV_BASE64_ERR_MALLOC;
-        } else {
-            if (scan.bytes > 0) {
-                krv::memcpy_s(result, size, scratch, scan.bytes);
+    if (result == nullptr) {
+        rc = Decode(s, n, scratch, &scan) ? KRV_BASE64_ERR_MALLOC : KRV_BASE64_ERR_DECODE;
+    } else if (Decode(s, n, result, &scan)) {
+        rc = KRV_OK;
+        size_t exact = ResultSize(scan.chars);
+        if (exact != size) {
+            auto *shrunk = static_cast<uint8_t *>(KRV_OsalMemAlloc(exact));
+            if (shrunk == nullptr) {
+                rc = KRV_BASE64_ERR_MALLOC;
+            } else if (scan.bytes > 0) {
+                krv::memcpy_s(shrunk, exact, result, scan.bytes);
             }
-            result[scan.bytes] = 0;
-            *decoded = result;
-            *decodedLen = scan.bytes;
-            rc = KRV_OK;
+            KRV_OsalMemFree(result);
+            result = shrunk;
         }
+    }
+    if (rc == KRV_OK) {
+        result[scan.bytes] = 0;
+        *decoded = result;
+        *decodedLen = scan.bytes;
+    } else {
+        KRV_OsalMemFree(result);
     }
     KRV_OsalMemFree(scratch);
     return rc;

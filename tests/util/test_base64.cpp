@@ -186,13 +186,19 @@ TEST(Base64, AllocationFailureLeavesNothingBehind)
         EXPECT_EQ(KRV_BASE64_ERR_MALLOC, KRV_Base64Encode(data, sizeof data, &text));
         EXPECT_EQ(nullptr, text);
     }
-    for (unsigned skip : {0u, 1u}) {  // the scratch buffer, then the result
-        krvtest::AllocFailure fault(skip, 1);
-        uint8_t *bytes = nullptr;
-        size_t len = 9;
-        EXPECT_EQ(KRV_BASE64_ERR_MALLOC, KRV_Base64Decode("Zm9v\nYmFy", &bytes, &len)) << skip;
-        EXPECT_EQ(1u, fault.Failed());
-        EXPECT_TRUE(bytes == nullptr && len == 9);
+    // The scratch block, the result, then (inner line break: fewer characters than the text's length
+    // suggests) the exact result. A bad text is told apart from a good one however memory runs out.
+    for (unsigned skip : {0u, 1u, 2u}) {
+        for (auto [text, expected] : std::vector<std::pair<const char *, uint32_t>>{
+                 {"Zm9v\nYmFy", KRV_BASE64_ERR_MALLOC}, {"Zm9v\tYmFy", skip == 0 ? KRV_BASE64_ERR_MALLOC
+                                                                                : KRV_BASE64_ERR_DECODE}}) {
+            krvtest::AllocFailure fault(skip, 1);
+            uint8_t *bytes = nullptr;
+            size_t len = 9;
+            EXPECT_EQ(expected, KRV_Base64Decode(text, &bytes, &len)) << skip << " " << text;
+            EXPECT_EQ(skip < 2 || expected == KRV_BASE64_ERR_MALLOC ? 1u : 0u, fault.Failed());
+            EXPECT_TRUE(bytes == nullptr && len == 9);
+        }
     }
 }
 
