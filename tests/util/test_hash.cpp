@@ -3,175 +3,71 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
-#include <map>
 #include <random>
-#include <set>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "krv_hash.h"
 #include "krv_status.h"
+#include "support/krv_hash_model.h"
 #include "support/krv_test_support.h"
 
 namespace {
 
-// Copies made by the table and not yet released; a release of anything else is a double free.
-std::set<uint64_t> g_live;
-unsigned g_foreignFrees;
-bool g_failKeyDup;
-bool g_failValueDup;
+using namespace krvtest::hashmodel;
+
 std::vector<uint64_t> g_keyFrees;  // words given to the plain counting key release
 
-uint64_t Word(const char *s) { return reinterpret_cast<uint64_t>(s); }
-const char *Text(uint64_t w) { return reinterpret_cast<const char *>(w); }
-
-uint64_t DupText(uint64_t w)
-{
-    size_t n = std::strlen(Text(w)) + 1;
-    char *copy = new char[n];
-    std::memcpy(copy, Text(w), n);
-    g_live.insert(Word(copy));
-    return Word(copy);
-}
-
-uint64_t DupKey(uint64_t w) { return g_failKeyDup ? 0 : DupText(w); }
-uint64_t DupValue(uint64_t w) { return g_failValueDup ? 0 : DupText(w); }
-
-void FreeText(uint64_t w)
-{
-    if (g_live.erase(w) != 1) {
-        ++g_foreignFrees;
-        return;
-    }
-    delete[] Text(w);
-}
-
 void CountKeyFree(uint64_t w) { g_keyFrees.push_back(w); }
-
-bool TextEqual(uint64_t stored, uint64_t key) { return std::strcmp(Text(stored), Text(key)) == 0; }
-
-// Crowds keys into few buckets; keys starting with '!' hash out of range.
-uint64_t ClusterHash(uint64_t key, uint64_t bucketSize)
-{
-    const char *s = Text(key);
-    if (s[0] == '!') {
-        return bucketSize;
-    }
-    return (std::strlen(s) * 7 + static_cast<unsigned char>(s[std::strlen(s) - 1])) % std::min<uint64_t>(bucketSize, 5);
-}
-
 uint64_t ModHash(uint64_t key, uint64_t bucketSize) { return key % bucketSize; }
 bool WordEqual(uint64_t stored, uint64_t key) { return stored == key; }
 
-void ResetOwnership()
-{
-    g_live.clear();
-    g_foreignFrees = 0;
-    g_failKeyDup = false;
-    g_failValueDup = false;
-    g_keyFrees.clear();
-}
-
-const KrvHashElemFuncs kTextFuncs = {DupKey, FreeText};
-const KrvHashElemFuncs kTextValueFuncs = {DupValue, FreeText};
 const KrvHashElemFuncs kNoFuncs = {nullptr, nullptr};
-
-// The table's contents in iteration order as "key=value".
-std::vector<std::string> Walk(const KrvHashTable *t)
-{
-    std::vector<std::string> seen;
-    for (const KrvHashNode *it = KRV_HashIterBegin(t); it != KRV_HashIterEnd(t); it = KRV_HashIterNext(t, it)) {
-        seen.push_back(std::string(Text(KRV_HashIterKey(t, it))) + "=" + Text(KRV_HashIterValue(t, it)));
-    }
-    return seen;
-}
-
-// What the table should hold: values by key, and keys per bucket in insertion order.
-struct Model {
-    uint64_t buckets;
-    std::unordered_map<std::string, std::string> values;
-    std::vector<std::vector<std::string>> order;
-
-    explicit Model(uint64_t n) : buckets(n), order(n) {}
-    uint64_t BucketOf(const std::string &k) const { return ClusterHash(Word(k.c_str()), buckets); }
-    std::vector<std::string> Expected() const
-    {
-        std::vector<std::string> all;
-        for (const auto &bucket : order) {
-            for (const std::string &k : bucket) {
-                all.push_back(k + "=" + values.at(k));
-            }
-        }
-        return all;
-    }
-    // The key following k in iteration order, or "" for the end.
-    std::string After(const std::string &k) const
-    {
-        std::vector<std::string> all = Expected();
-        auto at = std::find(all.begin(), all.end(), k + "=" + values.at(k));
-        return at + 1 == all.end() ? "" : (at + 1)->substr(0, (at + 1)->find('='));
-    }
-};
 
 TEST(Hash, RandomOperationsMatchAModelWithClusteredKeys)
 {
     ResetOwnership();
     std::mt19937 rng(4242);
     for (uint64_t buckets : {1u, 2u, 3u, 7u, 64u}) {
-        KrvHashTable *t = KRV_HashCreate(buckets, ClusterHash, TextEqual, &kTextFuncs, &kTextValueFuncs);
+        KrvHashTable *t = KRV_HashCreate(buckets, ClusterHash, TextEqual, &kKeyFuncs, &kValueFuncs);
         ASSERT_NE(nullptr, t);
         Model model(buckets);
         for (int step = 0; step < 4000; ++step) {
             std::string key = (rng() % 25 == 0 ? "!" : "k") + std::to_string(rng() % 40);
             std::string value = "v" + std::to_string(step);
-            bool present = model.values.count(key) != 0;
+            bool present = model.Has(key);
             bool inRange = key[0] != '!';
             switch (rng() % 8) {
             case 0:
-            case 1: {
-                uint32_t expected = !inRange ? KRV_ERR_RANGE : present ? KRV_ERR_FAILED : KRV_OK;
-                ASSERT_EQ(expected, KRV_HashInsert(t, Word(key.c_str()), Word(value.c_str()))) << key;
-                if (expected == KRV_OK) {
-                    model.values[key] = value;
-                    model.order[model.BucketOf(key)].push_back(key);
-                }
-                break;
-            }
+            case 1:
             case 2:
             case 3: {
-                ASSERT_EQ(inRange ? KRV_OK : KRV_ERR_RANGE, KRV_HashPut(t, Word(key.c_str()), Word(value.c_str())));
-                if (inRange) {
-                    if (!present) {
-                        model.order[model.BucketOf(key)].push_back(key);
-                    }
-                    model.values[key] = value;  // a replaced value keeps its place
+                bool put = rng() % 2 != 0;
+                uint32_t expected = !inRange ? KRV_ERR_RANGE : present && !put ? KRV_ERR_FAILED : KRV_OK;
+                uint32_t rc = put ? KRV_HashPut(t, Word(key.c_str()), Word(value.c_str()))
+                                  : KRV_HashInsert(t, Word(key.c_str()), Word(value.c_str()));
+                ASSERT_EQ(expected, rc) << key << (put ? " put" : " insert");
+                if (rc == KRV_OK) {
+                    model.Store(key, value, put);
                 }
                 break;
             }
             case 4: {
                 std::string after = present ? model.After(key) : "";
-                KrvHashNode *next = KRV_HashErase(t, Word(key.c_str()));
-                ASSERT_EQ(after, next == KRV_HashIterEnd(t) ? "" : Text(KRV_HashIterKey(t, next))) << key;
-                if (present) {
-                    model.values.erase(key);
-                    auto &bucket = model.order[model.BucketOf(key)];
-                    bucket.erase(std::find(bucket.begin(), bucket.end(), key));
-                }
+                ASSERT_EQ(after, KeyAt(t, KRV_HashErase(t, Word(key.c_str())))) << key;
+                model.Erase(key);
                 break;
             }
             case 5: {
                 KrvHashNode *it = KRV_HashFind(t, Word(key.c_str()));
                 uint64_t got = 0;
                 ASSERT_EQ(present ? KRV_OK : KRV_ERR_FAILED, KRV_HashAt(t, Word(key.c_str()), &got));
+                ASSERT_EQ(present ? key : "", KeyAt(t, it));
                 if (present) {
-                    ASSERT_EQ(model.values[key], Text(got));
+                    ASSERT_EQ(model.ValueOf(key), Text(got));
                     ASSERT_EQ(got, KRV_HashIterValue(t, it));
-                    ASSERT_EQ(key, Text(KRV_HashIterKey(t, it)));
                 } else {
                     ASSERT_EQ(0u, got);
-                    ASSERT_EQ(KRV_HashIterEnd(t), it);
                 }
                 break;
             }
@@ -181,12 +77,12 @@ TEST(Hash, RandomOperationsMatchAModelWithClusteredKeys)
             default:
                 if (rng() % 50 == 0) {
                     KRV_HashClear(t);
-                    model = Model(buckets);
+                    model.Clear();
                 }
                 break;
             }
-            ASSERT_EQ(model.values.size(), KRV_HashCountGet(t));
-            ASSERT_EQ(2 * model.values.size(), g_live.size()) << "one key and one value copy per element";
+            ASSERT_EQ(model.Size(), KRV_HashCountGet(t));
+            ASSERT_EQ(2 * model.Size(), g_live.size()) << "one key and one value copy per element";
         }
         ASSERT_EQ(model.Expected(), Walk(t));
         KRV_HashDestroy(t);
@@ -227,7 +123,8 @@ TEST(Hash, IterationOrderAndSuccessors)
 TEST(Hash, FailedCopiesChangeNothingAndReleaseTheKeyAsEstablished)
 {
     ResetOwnership();
-    KrvHashTable *t = KRV_HashCreate(3, ClusterHash, TextEqual, &kTextFuncs, &kTextValueFuncs);
+    g_keyFrees.clear();
+    KrvHashTable *t = KRV_HashCreate(3, ClusterHash, TextEqual, &kKeyFuncs, &kValueFuncs);
     ASSERT_NE(nullptr, t);
     ASSERT_EQ(KRV_OK, KRV_HashInsert(t, Word("a"), Word("1")));
     g_failKeyDup = true;
@@ -247,7 +144,7 @@ TEST(Hash, FailedCopiesChangeNothingAndReleaseTheKeyAsEstablished)
 
     // Without a key copy, a failed value copy hands the caller's own key to the key release.
     const KrvHashElemFuncs keyFreeOnly = {nullptr, CountKeyFree};
-    t = KRV_HashCreate(3, ModHash, WordEqual, &keyFreeOnly, &kTextValueFuncs);
+    t = KRV_HashCreate(3, ModHash, WordEqual, &keyFreeOnly, &kValueFuncs);
     ASSERT_NE(nullptr, t);
     g_failValueDup = true;
     EXPECT_EQ(KRV_ERR_NOMEM, KRV_HashInsert(t, 7, Word("x")));
@@ -258,7 +155,6 @@ TEST(Hash, FailedCopiesChangeNothingAndReleaseTheKeyAsEstablished)
     KRV_HashDestroy(t);
     EXPECT_EQ((std::vector<uint64_t>{7, 8}), g_keyFrees);
     EXPECT_TRUE(g_live.empty());
-    ResetOwnership();
 }
 
 TEST(Hash, RefusalsAndNullArguments)
@@ -319,7 +215,7 @@ TEST(Hash, AllocationFailureLeavesTheTableAsItWas)
         EXPECT_EQ(1u, fault.Failed());
     }
     ResetOwnership();
-    KrvHashTable *t = KRV_HashCreate(8, ModHash, WordEqual, &kNoFuncs, &kTextValueFuncs);
+    KrvHashTable *t = KRV_HashCreate(8, ModHash, WordEqual, &kNoFuncs, &kValueFuncs);
     ASSERT_NE(nullptr, t);
     ASSERT_EQ(KRV_OK, KRV_HashInsert(t, 1, Word("one")));
     {
