@@ -27,9 +27,9 @@ constexpr ClassTable MakeClassTable()
     for (uint8_t v = 0; v < 64; ++v) {
         t.of[static_cast<uint8_t>(kAlphabet[v])] = v;
     }
-    t.of['\n'] = kClassSkip;
-    t.of['\r'] = kClassSkip;
-    t.of[' '] = kClassSkip;
+    t.of[static_cast<uint8_t>('\n')] = kClassSkip;
+    t.of[static_cast<uint8_t>('\r')] = kClassSkip;
+    t.of[static_cast<uint8_t>(' ')] = kClassSkip;
     t.of[static_cast<uint8_t>(kPadChar)] = kClassPad;
     return t;
 }
