@@ -35,6 +35,12 @@ inline void PutQuantum(uint8_t *out, uint32_t word)
     std::memcpy(out, &word, sizeof word);
 }
 
+// The three bytes of the quantum at q in a little-endian word, or a word with kQuantumBad set.
+inline uint32_t QuantumWord(const uint8_t *q)
+{
+    return kQuantum.slot[0][q[0]] | kQuantum.slot[1][q[1]] | kQuantum.slot[2][q[2]] | kQuantum.slot[3][q[3]];
+}
+
 // Decodes whole quanta from s[*pos] while all four characters are alphabet characters and four more
 // bytes of the text remain. Each store writes one byte beyond its quantum; a block of ResultSize()
 // of the characters decoded so far always has that byte. Returns the new output position.
@@ -42,10 +48,8 @@ uint8_t *DecodeQuanta(const uint8_t *s, size_t n, size_t *pos, uint8_t *out)
 {
     size_t p = *pos;
     while (n - p >= 8) {
-        uint32_t a = kQuantum.slot[0][s[p]] | kQuantum.slot[1][s[p + 1]] | kQuantum.slot[2][s[p + 2]] |
-                     kQuantum.slot[3][s[p + 3]];
-        uint32_t b = kQuantum.slot[0][s[p + 4]] | kQuantum.slot[1][s[p + 5]] | kQuantum.slot[2][s[p + 6]] |
-                     kQuantum.slot[3][s[p + 7]];
+        uint32_t a = QuantumWord(s + p);
+        uint32_t b = QuantumWord(s + p + 4);
         if (((a | b) & kQuantumBad) != 0) {
             break;
         }
@@ -55,8 +59,7 @@ uint8_t *DecodeQuanta(const uint8_t *s, size_t n, size_t *pos, uint8_t *out)
         p += 8;
     }
     while (n - p >= 4) {
-        uint32_t a = kQuantum.slot[0][s[p]] | kQuantum.slot[1][s[p + 1]] | kQuantum.slot[2][s[p + 2]] |
-                     kQuantum.slot[3][s[p + 3]];
+        uint32_t a = QuantumWord(s + p);
         if ((a & kQuantumBad) != 0) {
             break;
         }
