@@ -44,8 +44,8 @@ KrvHashTable *KRV_HashCreate(uint64_t bucketSize, KrvHashFunc hashFunc, KrvHashK
 /* Adds key -> value unless key is present; returns 0, 1 (present, nothing changed), 12, 22 or 33. When the
    value copy fails the key is handed to the key free function, even the caller's own key (then 12). */
 uint32_t KRV_HashInsert(KrvHashTable *table, uint64_t key, uint64_t value);
-/* Adds key -> value or replaces the value of a present key (stored key kept, old value released);
-   returns 0, 1 (value copy failed, nothing changed), 12, 22 or 33. */
+/* Replaces the value of a present key (stored key kept, old value released) or adds key -> value as
+   KRV_HashInsert does; returns 0, 1 (present key, value copy failed, nothing changed), 12, 22 or 33. */
 uint32_t KRV_HashPut(KrvHashTable *table, uint64_t key, uint64_t value);
 /* Removes key, releasing its words; returns the following element, the end iterator (also when key is
    absent), or null for a null table. */
