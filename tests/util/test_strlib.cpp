@@ -10,16 +10,18 @@
 
 namespace {
 
-// The one diagnostic a call left, as "code level file msg", or "" when there was none.
+// A diagnostic as "code level file msg".
+std::string Describe(const krvtest::Diag &d)
+{
+    return std::to_string(d.code) + " " + std::to_string(d.level) + " " + d.file + " " + d.msg;
+}
+
+// The one diagnostic a call left, or "" when there was none.
 std::string OnlyDiag(krvtest::DiagCapture &capture)
 {
     std::vector<krvtest::Diag> diags = capture.Take();
-    if (diags.empty()) {
-        return "";
-    }
-    EXPECT_EQ(1u, diags.size());
-    const krvtest::Diag &d = diags[0];
-    return std::to_string(d.code) + " " + std::to_string(d.level) + " " + d.file + " " + d.msg;
+    EXPECT_LE(diags.size(), 1u);
+    return diags.empty() ? "" : Describe(diags[0]);
 }
 
 TEST(Strlib, DigitTestsAndHexDigits)
@@ -111,17 +113,20 @@ TEST(Strlib, SpaceStrippingInPlaceAndIntoABuffer)
     EXPECT_EQ(0u, outLen);
 
     char text[] = "  x";
-    EXPECT_EQ(KRV_ERR_INVALID, KRV_StrlibSpaceDelete(text, 0));
-    EXPECT_EQ("22 2 krv_strlib Input Invalid. len = 0", OnlyDiag(capture));
-    EXPECT_EQ(KRV_ERR_INVALID, KRV_StrlibSpaceDelete(nullptr, 5));
-    EXPECT_EQ("22 2 krv_strlib Input Invalid. len = 5", OnlyDiag(capture));
+    const std::vector<std::pair<uint32_t, std::string>> refusals = {
+        {KRV_StrlibSpaceDelete(text, 0), "0"},
+        {KRV_StrlibSpaceDelete(nullptr, 5), "5"},
+        {KRV_StrlibSpaceDeleteEx(nullptr, 3, out, &outLen), "3"},
+        {KRV_StrlibSpaceDeleteEx(text, 3, nullptr, &outLen), "3"},
+        {KRV_StrlibSpaceDeleteEx(text, 4, out, nullptr), "4"},
+    };
+    std::vector<krvtest::Diag> diags = capture.Take();
+    ASSERT_EQ(refusals.size(), diags.size());
+    for (size_t i = 0; i < refusals.size(); ++i) {
+        EXPECT_EQ(KRV_ERR_INVALID, refusals[i].first) << i;
+        EXPECT_EQ("22 2 krv_strlib Input Invalid. len = " + refusals[i].second, Describe(diags[i]));
+    }
     EXPECT_STREQ("  x", text);
-    EXPECT_EQ(KRV_ERR_INVALID, KRV_StrlibSpaceDeleteEx(nullptr, 3, out, &outLen));
-    EXPECT_EQ("22 2 krv_strlib Input Invalid. len = 3", OnlyDiag(capture));
-    EXPECT_EQ(KRV_ERR_INVALID, KRV_StrlibSpaceDeleteEx(text, 3, nullptr, &outLen));
-    EXPECT_EQ("22 2 krv_strlib Input Invalid. len = 3", OnlyDiag(capture));
-    EXPECT_EQ(KRV_ERR_INVALID, KRV_StrlibSpaceDeleteEx(text, 4, out, nullptr));
-    EXPECT_EQ("22 2 krv_strlib Input Invalid. len = 4", OnlyDiag(capture));
 }
 
 }  // namespace
