@@ -18,7 +18,7 @@
 namespace krv::logops {
 
 std::atomic<Context *> g_context{nullptr};
-std::atomic<uint32_t> g_hookActive{0};
+HookSlot g_hookActive[kHookSlots] = {};
 
 namespace {
 
@@ -358,8 +358,10 @@ void KRV_LogOpsFini(void)
     (void)KRV_LogHookUnReg();
     Context *ctx = g_context.exchange(nullptr);
     // A diagnostic that fetched the hook just before it went may still be inside it.
-    while (g_hookActive.load() != 0) {
-        KRV_OsalTaskDelay(0, kHookDrainUsec);
+    for (const HookSlot &slot : g_hookActive) {
+        while (slot.active.load() != 0) {
+            KRV_OsalTaskDelay(0, kHookDrainUsec);
+        }
     }
     if (HasMode(ctx, KRV_LOG_MODE_FILE)) {
         WriterStop(ctx);

@@ -114,20 +114,32 @@ void EmitLine(Context *ctx, uint32_t errCode, uint32_t level, const char *fileNa
     Enqueue(ctx, text);
 }
 
+// The calling thread's slot for counting its hook calls, dealt out in turn to threads as they first log.
+HookSlot &HookSlotOfThisThread()
+{
+    static std::atomic<uint32_t> nextSlot{0};
+    thread_local uint32_t slotPlusOne = 0;  // 0 until this thread has a slot
+    if (slotPlusOne == 0) {
+        slotPlusOne = nextSlot.fetch_add(1, std::memory_order_relaxed) % kHookSlots + 1;
+    }
+    return g_hookActive[slotPlusOne - 1];
+}
+
 }  // namespace
 
 /* A routed diagnostic is neither filtered nor printed nor written: the module owns it. The in-flight
    count lets finalisation wait until no call still uses the context it is about to free. */
 void Hook(uint32_t errCode, uint32_t level, const char *fileName, uint32_t line, const char *msg)
 {
-    g_hookActive.fetch_add(1);
+    std::atomic<uint32_t> &active = HookSlotOfThisThread().active;
+    active.fetch_add(1);
     Context *ctx = g_context.load();
     if (ctx != nullptr && msg != nullptr) {
         if (!HasMode(ctx, KRV_LOG_MODE_MODULE) || !RouteToModule(ctx, errCode, level, fileName, line, msg)) {
             EmitLine(ctx, errCode, level, fileName, line, msg);
         }
     }
-    g_hookActive.fetch_sub(1);
+    active.fetch_sub(1);
 }
 
 }  // namespace krv::logops

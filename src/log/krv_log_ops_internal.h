@@ -52,8 +52,14 @@ struct ModuleEntry {
 
 // The running backend, published once fully built and withdrawn before teardown.
 extern std::atomic<Context *> g_context;
-// Hook calls in progress; finalisation waits for it to drop to zero before freeing the context.
-extern std::atomic<uint32_t> g_hookActive;
+// Hook calls in progress, counted per thread in slots of a cache line each, so that producers on
+// different threads do not contend for one counter. Finalisation waits until every slot is back to
+// zero before freeing the context.
+constexpr size_t kHookSlots = 16;
+struct alignas(64) HookSlot {
+    std::atomic<uint32_t> active;
+};
+extern HookSlot g_hookActive[kHookSlots];
 
 inline bool HasMode(const Context *ctx, uint32_t bit)
 {

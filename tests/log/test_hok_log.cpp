@@ -2,9 +2,11 @@
 // the prefix, every insertion's text, and exactly one write per stream.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <new>
 #include <regex>
 #include <string>
 #include <utility>
@@ -13,6 +15,22 @@
 #include "hok_log.h"
 #include "krv_log_ops.h"
 #include "support/krv_test_support.h"
+
+// A plain build's operator new allocates with malloc, a sanitizer build's does not. Here it always
+// does, so that the failing malloc (krvtest::AllocFailure) reaches the class interface in every build.
+void *operator new(size_t size)
+{
+    void *block = std::malloc(size != 0 ? size : 1);
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+void *operator new[](size_t size) { return operator new(size); }
+void operator delete(void *block) noexcept { std::free(block); }
+void operator delete[](void *block) noexcept { std::free(block); }
+void operator delete(void *block, size_t) noexcept { std::free(block); }
+void operator delete[](void *block, size_t) noexcept { std::free(block); }
 
 using namespace Hok::Log;
 
