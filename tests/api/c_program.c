@@ -34,6 +34,9 @@ int main(void)
     if (g_hookCalls != 1) {
         return 5;
     }
+    if (KRV_LogOpsDropCountGet() != 0 || KRV_LogOpsFlush(0) != KRV_ERR_NOT_INIT) {
+        return 6;
+    }
     puts("c program ok");
     return 0;
 }
