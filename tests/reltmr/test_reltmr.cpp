@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "krv_reltmr.h"
+#include "reltmr/krv_reltmr_internal.h"
 #include "support/krv_test_support.h"
 
 namespace {
@@ -43,7 +44,20 @@ bool WaitFor(const std::function<bool()> &cond)
     return cond();
 }
 
-std::atomic<uint64_t> g_last{0};  // arg * 1000 + param of the latest Record call
+// The pool's used count, read under the timer mutex like every other access to it (the trigger
+// thread returns nodes concurrently).
+uint32_t UsedCount(const KrvRelTmrPool *pool)
+{
+    KrvMutex lock = krv::reltmr::Ctrl()->tmrMutex;
+    KRV_OsalMutexLock(lock);
+    uint32_t used = pool->usedCount;
+    KRV_OsalMutexUnLock(lock);
+    return used;
+}
+
+// arg * 1000 + param of the latest Record call. Reset before each wait: a value left by an earlier
+// run would end the wait before the callback has run, and with it what the callback publishes.
+std::atomic<uint64_t> g_last{0};
 void Record(uint64_t arg, uint32_t param) { g_last = arg * 1000 + param; }
 
 TEST(RelTimerApi, WithoutAModuleEveryCallIsRefusedAndFailedInitsLeaveNone)
@@ -154,12 +168,13 @@ TEST(RelTimerApi, StartsStopsAndGroupsValidateAndKeepHandlesStraight)
     }
     ASSERT_EQ(h, stale);
     EXPECT_EQ(KRV_RelTimerStop(&stale), 0u);
-    EXPECT_TRUE(h == nullptr && stale == nullptr && pool->usedCount == 0);
+    EXPECT_TRUE(h == nullptr && stale == nullptr && UsedCount(pool) == 0);
     EXPECT_EQ(Take(diags), (Lines{{22, kM + "KRV_RelTimerStop]:param invalid"}}));
 
     // A group timer's callback gets its serial number and the start's param; the free stops the rest.
+    g_last = 0;
     ASSERT_EQ(KRV_RelTimerofGrpStart(grp, 2, 10, 55, 0), 0u);
-    EXPECT_TRUE(WaitFor([&] { return g_last == 2055 && pool->usedCount == 0; }));
+    EXPECT_TRUE(WaitFor([&] { return g_last == 2055 && UsedCount(pool) == 0; }));
     ASSERT_EQ(KRV_RelTimerofGrpStart(grp, 0, 100000, 0, 0), 0u);
     EXPECT_EQ(KRV_RelTimerGrpFree(grp), 0u);
     EXPECT_EQ(KRV_RelTimerFini(pool), 0u);  // every timer went back to the pool
@@ -204,6 +219,7 @@ TEST(RelTimerApi, CallbacksRunAndFiniWaitsBrieflyForThem)
     EXPECT_TRUE(WaitFor([&] { return ThreadCount() == baseThreads + 1; }));
     KrvRelTmrNode *h = nullptr;
     KrvRelTmrFuncInfo info = {Record, 123456, 789};
+    g_last = 0;
     ASSERT_EQ(KRV_CallBackRelTimerStart(&h, busy, 9, 0, &info), 0u);
     // The callback gets the start's argument and param; a fired one-shot clears its handle.
     EXPECT_TRUE(WaitFor([&] { return g_last == 123456789 && h == nullptr; }));
@@ -219,7 +235,7 @@ TEST(RelTimerApi, CallbacksRunAndFiniWaitsBrieflyForThem)
                                   retry, {9, kM + "KRV_RelTimerFini]:some timers or timer grp "
                                                   "has not been stopped, timer num is 1, grp num is 1."},
                                   retry}));
-    ASSERT_TRUE(WaitFor([&] { return busy->usedCount == 0; }));
+    ASSERT_TRUE(WaitFor([&] { return UsedCount(busy) == 0; }));
     EXPECT_EQ(KRV_RelTimerGrpFree(grp), 0u);
     EXPECT_EQ(KRV_RelTimerFini(busy), 0u);
     EXPECT_TRUE(WaitFor([&] { return ThreadCount() == baseThreads; }));
