@@ -160,7 +160,7 @@ uint32_t KrvRelTmrModuleCreate(uint32_t maxTimer, KrvRelTmrPool **pool)
         return KRV_ERR_FAILED;
     }
     PublishCtrl(ctrl);
-    KRV_OsalMutexLock(ctrl->tmrMutex);
+    TmrLock(ctrl);
     KrvRelTmrPool *created = nullptr;
     uint32_t ret = KrvRelTmrPoolsInit(maxTimer, &created);
     if (ret == 0) {
@@ -177,13 +177,13 @@ uint32_t KrvRelTmrModuleCreate(uint32_t maxTimer, KrvRelTmrPool **pool)
         }
     }
     if (ret != 0) {
-        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+        TmrUnlock(ctrl);
         KrvRelTmrCtrlDestroy(ctrl);
         return ret;
     }
     *pool = created;
     ++ctrl->poolCount;
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrUnlock(ctrl);
     return 0;
 }
 
@@ -199,32 +199,32 @@ uint32_t KrvRelTmrPoolAdd(KrvRelTmrCtrl *ctrl, uint32_t maxTimer, KrvRelTmrPool 
         KRV_DIAG(KRV_ERR_POOL_IN_USE, "[MERILUX-KRV_RelTimerInit]:the timer pool handle is used.");
         return KRV_ERR_POOL_IN_USE;
     }
-    KRV_OsalMutexLock(ctrl->tmrMutex);
+    TmrLock(ctrl);
     KrvRelTmrPool *created = nullptr;
     uint32_t ret = KrvRelTmrPoolsInit(maxTimer, &created);
     if (ret == 0) {
         *pool = created;
         ++ctrl->poolCount;
     }
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrUnlock(ctrl);
     return ret;
 }
 
 // Gives a running callback up to ten 1 ms naps to finish, then goes on regardless.
 void KrvRelTmrWaitForCallBackFuncEnded(KrvRelTmrCtrl *ctrl)
 {
-    KRV_OsalMutexLock(ctrl->tmrMutex);
+    TmrLock(ctrl);
     uint32_t running = ctrl->cbRunning;
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrUnlock(ctrl);
     for (uint32_t retries = 0; running == 1; ++retries) {
         if (retries == kCallbackWaitRetries) {
             KRV_DIAG(KRV_ERR_STOPPING, "[MERILUX-KrvRelTmrWaitForCallBackFuncEnded]:the max retry times has reached.");
             return;
         }
         KRV_OsalTaskDelay(0, 1000);
-        KRV_OsalMutexLock(ctrl->tmrMutex);
+        TmrLock(ctrl);
         running = ctrl->cbRunning;
-        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+        TmrUnlock(ctrl);
     }
 }
 
@@ -235,14 +235,14 @@ void KrvRelTmrWaitForCallBackFuncEnded(KrvRelTmrCtrl *ctrl)
 void KrvRelTmrModuleDestroy(KrvRelTmrCtrl *ctrl, KrvRelTmrPool *pool)
 {
     __atomic_store_n(&ctrl->stopping, static_cast<uint8_t>(1), __ATOMIC_RELEASE);
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrUnlock(ctrl);
     pthread_mutex_unlock(&g_lifecycleLock);
     (void)pthread_join(ctrl->trigThread, nullptr);
     pthread_mutex_lock(&g_lifecycleLock);
-    KRV_OsalMutexLock(ctrl->tmrMutex);
+    TmrLock(ctrl);
     KrvRelTmrPoolFree(pool);
     --ctrl->poolCount;
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrUnlock(ctrl);
     KrvRelTmrCtrlDestroy(ctrl);
 }
 
@@ -280,6 +280,7 @@ bool KrvRelTmrPoolHandleValidCheck(const KrvRelTmrPool *pool)
 
 void KrvRelTmrFree(KrvRelTmrNode *node)
 {
+    assert(TmrHeld());
     node->status = KRV_RELTMR_STATUS_IDLE;
     if (node->handleSlot != nullptr && *node->handleSlot == node) {
         *node->handleSlot = nullptr;
@@ -327,11 +328,11 @@ uint32_t KRV_RelTimerFini(KrvRelTmrPool *pool)
     }
     KrvRelTmrCtrl *ctrl = Ctrl();
     KrvRelTmrWaitForCallBackFuncEnded(ctrl);
-    KRV_OsalMutexLock(ctrl->tmrMutex);
+    TmrLock(ctrl);
     if (pool->usedCount != 0 || pool->grpCount != 0) {
         uint32_t used = pool->usedCount;
         uint32_t groups = pool->grpCount;
-        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+        TmrUnlock(ctrl);
         pthread_mutex_unlock(&g_lifecycleLock);
         KRV_DIAG(KRV_ERR_BUSY,
                  "[MERILUX-KRV_RelTimerFini]:some timers or timer grp has not been stopped, timer num is %u, grp num "
@@ -344,7 +345,7 @@ uint32_t KRV_RelTimerFini(KrvRelTmrPool *pool)
     } else {
         --ctrl->poolCount;
         KrvRelTmrPoolFree(pool);
-        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+        TmrUnlock(ctrl);
     }
     pthread_mutex_unlock(&g_lifecycleLock);
     return 0;

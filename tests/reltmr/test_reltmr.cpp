@@ -48,10 +48,9 @@ bool WaitFor(const std::function<bool()> &cond)
 // thread returns nodes concurrently).
 uint32_t UsedCount(const KrvRelTmrPool *pool)
 {
-    KrvMutex lock = krv::reltmr::Ctrl()->tmrMutex;
-    KRV_OsalMutexLock(lock);
+    krv::reltmr::TmrLock(krv::reltmr::Ctrl());
     uint32_t used = pool->usedCount;
-    KRV_OsalMutexUnLock(lock);
+    krv::reltmr::TmrUnlock(krv::reltmr::Ctrl());
     return used;
 }
 

@@ -134,14 +134,14 @@ void Reset()
 // timers, is empty.
 bool Accounted(uint32_t *stranded)
 {
-    KRV_OsalMutexLock(krv::reltmr::Ctrl()->tmrMutex);
+    krv::reltmr::TmrLock(krv::reltmr::Ctrl());
     *stranded = 0;
     for (uint32_t i = 0; i <= 3000; ++i) {
         const KrvRelTmrNode &node = g_pools[0]->nodes[i];
         *stranded += node.status == KRV_RELTMR_STATUS_STOPPED && (node.mode & 1) != 0;
     }
     bool accounted = g_pools[0]->usedCount == *stranded && g_pools[1]->usedCount == 0;
-    KRV_OsalMutexUnLock(krv::reltmr::Ctrl()->tmrMutex);
+    krv::reltmr::TmrUnlock(krv::reltmr::Ctrl());
     return accounted;
 }
 
@@ -199,14 +199,14 @@ TEST(RelTimerStress, EveryTimerIsAccountedForAfterConcurrentChurn)
     if (stranded != 0) {
         // Nothing ever returns a stranded node; hand them back so the module goes and the next case
         // starts without one.
-        KRV_OsalMutexLock(krv::reltmr::Ctrl()->tmrMutex);
+        krv::reltmr::TmrLock(krv::reltmr::Ctrl());
         for (uint32_t i = 0; i <= 3000; ++i) {
             KrvRelTmrNode &node = g_pools[0]->nodes[i];
             if (node.status == KRV_RELTMR_STATUS_STOPPED && (node.mode & 1) != 0) {
                 krv::reltmr::KrvRelTmrFree(&node);
             }
         }
-        KRV_OsalMutexUnLock(krv::reltmr::Ctrl()->tmrMutex);
+        krv::reltmr::TmrUnlock(krv::reltmr::Ctrl());
         EXPECT_EQ(KRV_RelTimerFini(g_pools[0]), 0u);
     }
 }
