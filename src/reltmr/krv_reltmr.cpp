@@ -28,6 +28,35 @@ uint32_t g_ctrlUsers = 0;
 // Serialises module creation and teardown so that at most one module, and one trigger thread, exists.
 pthread_mutex_t g_lifecycleLock = PTHREAD_MUTEX_INITIALIZER;
 
+// Holds the lifecycle lock for one KRV_RelTimerInit or KRV_RelTimerFini, except on the trigger
+// thread. A callback needs no lifecycle lock: while it runs the module can be neither created (it
+// exists) nor destroyed (the last fini joins this thread first), and pool counting is under the
+// timer mutex. Taking it there would make the callback wait for another thread's fini, which in
+// turn waits for the callback.
+class LifecycleLock {
+public:
+    LifecycleLock() : held_(!OnTrigThread())
+    {
+        if (held_) {
+            pthread_mutex_lock(&g_lifecycleLock);
+        }
+    }
+    ~LifecycleLock() { Release(); }
+    LifecycleLock(const LifecycleLock &) = delete;
+    LifecycleLock &operator=(const LifecycleLock &) = delete;
+    // Releases the lock early, before reporting a refusal.
+    void Release()
+    {
+        if (held_) {
+            held_ = false;
+            pthread_mutex_unlock(&g_lifecycleLock);
+        }
+    }
+
+private:
+    bool held_;
+};
+
 // Sequentially consistent with the users count: a user either counts itself before it reads the
 // record, and is waited for, or reads null.
 void PublishCtrl(KrvRelTmrCtrl *ctrl)
@@ -187,24 +216,26 @@ uint32_t KrvRelTmrModuleCreate(uint32_t maxTimer, KrvRelTmrPool **pool)
     return 0;
 }
 
-// Later pools: refused while the module stops or when *pool already holds a live pool.
+// Later pools: refused while the module stops or when *pool already holds a live pool. The stopping
+// flag is read in the same critical section that counts the new pool: a callback adds pools without
+// the lifecycle lock, and the last fini decides under this mutex whether its pool is the last.
 uint32_t KrvRelTmrPoolAdd(KrvRelTmrCtrl *ctrl, uint32_t maxTimer, KrvRelTmrPool **pool)
 {
+    TmrLock(ctrl);
+    uint32_t ret = KRV_ERR_STOPPING;
     if (__atomic_load_n(&ctrl->stopping, __ATOMIC_ACQUIRE) != 0) {
         KRV_DIAG(KRV_ERR_STOPPING, "[MERILUX-KRV_RelTimerInit]:reltimer module is deinitializing.");
-        return KRV_ERR_STOPPING;
-    }
-    // The check logs "invalid" when it passes; callers see that line on every later init.
-    if (KrvRelTmrPoolHandleValidCheck(*pool)) {
+    } else if (KrvRelTmrPoolHandleValidCheck(*pool)) {
+        // The check logs "invalid" when it passes; callers see that line on every later init.
         KRV_DIAG(KRV_ERR_POOL_IN_USE, "[MERILUX-KRV_RelTimerInit]:the timer pool handle is used.");
-        return KRV_ERR_POOL_IN_USE;
-    }
-    TmrLock(ctrl);
-    KrvRelTmrPool *created = nullptr;
-    uint32_t ret = KrvRelTmrPoolsInit(maxTimer, &created);
-    if (ret == 0) {
-        *pool = created;
-        ++ctrl->poolCount;
+        ret = KRV_ERR_POOL_IN_USE;
+    } else {
+        KrvRelTmrPool *created = nullptr;
+        ret = KrvRelTmrPoolsInit(maxTimer, &created);
+        if (ret == KRV_OK) {
+            *pool = created;
+            ++ctrl->poolCount;
+        }
     }
     TmrUnlock(ctrl);
     return ret;
@@ -230,10 +261,11 @@ void KrvRelTmrWaitForCallBackFuncEnded(KrvRelTmrCtrl *ctrl)
 
 // Last pool: stops and joins the trigger thread, then releases the pool and the module. Entered with
 // the lifecycle lock and the timer mutex held; returns with only the lifecycle lock held. The
-// lifecycle lock is dropped during the join so a callback calling KRV_RelTimerInit sees "stopping"
-// instead of deadlocking.
+// lifecycle lock is dropped during the join so that other threads' calls see "stopping" at once.
+// Never reached from a callback: the pool of the running timer still counts it as used.
 void KrvRelTmrModuleDestroy(KrvRelTmrCtrl *ctrl, KrvRelTmrPool *pool)
 {
+    assert(!OnTrigThread());
     __atomic_store_n(&ctrl->stopping, static_cast<uint8_t>(1), __ATOMIC_RELEASE);
     TmrUnlock(ctrl);
     pthread_mutex_unlock(&g_lifecycleLock);
@@ -311,18 +343,16 @@ uint32_t KRV_RelTimerInit(uint32_t maxTimer, KrvRelTmrPool **pool)
         KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KRV_RelTimerInit]:the timer pool handle is NULL.");
         return KRV_ERR_INVALID;
     }
-    pthread_mutex_lock(&g_lifecycleLock);
+    LifecycleLock lifecycle;
     KrvRelTmrCtrl *ctrl = Ctrl();
-    uint32_t ret = ctrl == nullptr ? KrvRelTmrModuleCreate(maxTimer, pool) : KrvRelTmrPoolAdd(ctrl, maxTimer, pool);
-    pthread_mutex_unlock(&g_lifecycleLock);
-    return ret;
+    return ctrl == nullptr ? KrvRelTmrModuleCreate(maxTimer, pool) : KrvRelTmrPoolAdd(ctrl, maxTimer, pool);
 }
 
 uint32_t KRV_RelTimerFini(KrvRelTmrPool *pool)
 {
-    pthread_mutex_lock(&g_lifecycleLock);
+    LifecycleLock lifecycle;
     if (!KrvRelTmrIsInitialized() || !KrvRelTmrPoolHandleValidCheck(pool)) {
-        pthread_mutex_unlock(&g_lifecycleLock);
+        lifecycle.Release();
         KRV_DIAG(KRV_ERR_NOT_INIT, "[MERILUX-KRV_RelTimerFini]:timer pool handle is not initialized");
         return KRV_ERR_NOT_INIT;
     }
@@ -333,7 +363,7 @@ uint32_t KRV_RelTimerFini(KrvRelTmrPool *pool)
         uint32_t used = pool->usedCount;
         uint32_t groups = pool->grpCount;
         TmrUnlock(ctrl);
-        pthread_mutex_unlock(&g_lifecycleLock);
+        lifecycle.Release();
         KRV_DIAG(KRV_ERR_BUSY,
                  "[MERILUX-KRV_RelTimerFini]:some timers or timer grp has not been stopped, timer num is %u, grp num "
                  "is %u.",
@@ -347,8 +377,7 @@ uint32_t KRV_RelTimerFini(KrvRelTmrPool *pool)
         KrvRelTmrPoolFree(pool);
         TmrUnlock(ctrl);
     }
-    pthread_mutex_unlock(&g_lifecycleLock);
-    return 0;
+    return KRV_OK;
 }
 
 }  // extern "C"

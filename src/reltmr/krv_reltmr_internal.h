@@ -113,6 +113,9 @@ uint32_t KrvStartRelTimer(KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t 
 // Body of the trigger thread: advances the wheel from the monotonic clock and runs due callbacks.
 void *KrvRelTmrTrigTaskEntry(void *unused);
 
+// True on the trigger thread, that is inside a timer callback (or the wheel's own work).
+bool OnTrigThread();
+
 }  // namespace krv::reltmr
 
 #endif  // KRV_RELTMR_INTERNAL_H

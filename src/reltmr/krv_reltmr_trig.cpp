@@ -17,6 +17,8 @@ namespace krv::reltmr {
 
 namespace {
 
+thread_local bool t_onTrigThread = false;
+
 // Runs a callback with the timer mutex released so it may start and stop timers itself; the
 // running flag lets KRV_RelTimerFini wait for it. Entered and left with the timer mutex held.
 void KrvRelTmrCallOut(KrvRelTmrCtrl *ctrl, const KrvRelTmrNode *node)
@@ -81,8 +83,14 @@ void KrvRelTmrTurn(KrvRelTmrCtrl *ctrl, uint64_t ticks)
 
 }  // namespace
 
+bool OnTrigThread()
+{
+    return t_onTrigThread;
+}
+
 void *KrvRelTmrTrigTaskEntry(void *)
 {
+    t_onTrigThread = true;
     KrvRelTmrCtrl *ctrl = Ctrl();
     for (;;) {
         TmrLock(ctrl);
@@ -96,11 +104,11 @@ void *KrvRelTmrTrigTaskEntry(void *)
         } else {
             KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrTrigTaskEntry]:Tick pass get failed.");
         }
-        // The pass that saw the flag was the last; the joining KRV_RelTimerFini need not wait a nap.
+        // Every pass ends with its nap, the last one too: the joining KRV_RelTimerFini waits for it.
+        KRV_OsalTaskDelay(0, kPassSleepUs);
         if (stopping) {
             return nullptr;
         }
-        KRV_OsalTaskDelay(0, kPassSleepUs);
     }
 }
 
