@@ -171,7 +171,7 @@ uint32_t KRV_OsalCondBroadcast(KrvCond cond)
     return PlatformResult(pthread_cond_broadcast(Object<pthread_cond_t>(cond)));
 }
 
-/* The mutex comes first, unlike the platform call; a time-out reads as any other failure (14). */
+/* The mutex comes first, unlike the platform call; a time-out reads as any other failure. */
 uint32_t KRV_OsalCondTimedWait(KrvMutex mutex, KrvCond cond, const struct timespec *absTime)
 {
     if (mutex == nullptr || cond == nullptr || absTime == nullptr) {

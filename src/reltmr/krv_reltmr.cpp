@@ -16,6 +16,8 @@ constexpr char kKrvSource[] = "krv_reltmr";
 // maxTimer is accepted when maxTimer - 1 (unsigned, so 0 wraps) is at most this.
 constexpr uint32_t kMaxTimerLessOne = 59652322;
 constexpr uint32_t kCallbackWaitRetries = 10;
+constexpr uint32_t kCallbackWaitUs = 1000;  // one nap of the wait for a running callback
+constexpr uint32_t kUsersWaitUs = 100;      // one nap of the last fini's wait for calls still using the module
 }  // namespace
 
 namespace krv::reltmr {
@@ -112,7 +114,7 @@ uint32_t KrvRelTmrPoolsInit(uint32_t maxTimer, KrvRelTmrPool **created)
     pool->freeHead = &nodes[0];
     pool->freeTail = &nodes[maxTimer];
     *created = pool;
-    return 0;
+    return KRV_OK;
 }
 
 // Releases a pool's nodes and record, leaving the freed mark for stale handles that still read it.
@@ -129,7 +131,7 @@ void KrvRelTmrCtrlDestroy(KrvRelTmrCtrl *ctrl)
 {
     PublishCtrl(nullptr);
     while (__atomic_load_n(&g_ctrlUsers, __ATOMIC_SEQ_CST) != 0) {
-        KRV_OsalTaskDelay(0, 100);
+        KRV_OsalTaskDelay(0, kUsersWaitUs);
     }
     (void)KRV_OsalMutexDestroy(&ctrl->grpMutex);
     (void)KRV_OsalMutexDestroy(&ctrl->tmrMutex);
@@ -147,13 +149,13 @@ KrvRelTmrCtrl *KrvRelTmrResInit()
     }
     (void)krv::memset_s(ctrl, sizeof(*ctrl), 0, sizeof(*ctrl));
     uint32_t ret = KRV_OsalMutexCreate(&ctrl->tmrMutex);
-    if (ret != 0) {
+    if (ret != KRV_OK) {
         KRV_DIAG(ret, "[MERILUX-KrvRelTmrResInit]:Res Mutex Create fail");
         KRV_OsalMemFree(ctrl);
         return nullptr;
     }
     ret = KRV_OsalMutexCreate(&ctrl->grpMutex);
-    if (ret != 0) {
+    if (ret != KRV_OK) {
         KRV_DIAG(ret, "[MERILUX-KrvRelTmrResInit]:Grp Mutex Create fail");
         (void)KRV_OsalMutexDestroy(&ctrl->tmrMutex);
         KRV_OsalMemFree(ctrl);
@@ -176,7 +178,7 @@ uint32_t KrvRelTmrHashInit(KrvRelTmrCtrl *ctrl)
         return KRV_ERR_NOMEM;
     }
     WheelClear(ctrl->buckets);
-    return 0;
+    return KRV_OK;
 }
 
 // First pool: creates the module, its first pool, the wheel and the trigger thread; on any failure
@@ -192,20 +194,20 @@ uint32_t KrvRelTmrModuleCreate(uint32_t maxTimer, KrvRelTmrPool **pool)
     TmrLock(ctrl);
     KrvRelTmrPool *created = nullptr;
     uint32_t ret = KrvRelTmrPoolsInit(maxTimer, &created);
-    if (ret == 0) {
+    if (ret == KRV_OK) {
         ret = KrvRelTmrHashInit(ctrl);
-        if (ret == 0) {
+        if (ret == KRV_OK) {
             int err = pthread_create(&ctrl->trigThread, nullptr, KrvRelTmrTrigTaskEntry, nullptr);
             if (err != 0) {
                 KRV_DIAG(KRV_ERR_FAILED, "[MERILUX-KRV_ReltimerInit]:create reltimer trig thread failed, err is %d", err);
                 ret = KRV_ERR_FAILED;
             }
         }
-        if (ret != 0) {
+        if (ret != KRV_OK) {
             KrvRelTmrPoolFree(created);
         }
     }
-    if (ret != 0) {
+    if (ret != KRV_OK) {
         TmrUnlock(ctrl);
         KrvRelTmrCtrlDestroy(ctrl);
         return ret;
@@ -213,7 +215,7 @@ uint32_t KrvRelTmrModuleCreate(uint32_t maxTimer, KrvRelTmrPool **pool)
     *pool = created;
     ++ctrl->poolCount;
     TmrUnlock(ctrl);
-    return 0;
+    return KRV_OK;
 }
 
 // Later pools: refused while the module stops or when *pool already holds a live pool. The stopping
@@ -252,7 +254,7 @@ void KrvRelTmrWaitForCallBackFuncEnded(KrvRelTmrCtrl *ctrl)
             KRV_DIAG(KRV_ERR_STOPPING, "[MERILUX-KrvRelTmrWaitForCallBackFuncEnded]:the max retry times has reached.");
             return;
         }
-        KRV_OsalTaskDelay(0, 1000);
+        KRV_OsalTaskDelay(0, kCallbackWaitUs);
         TmrLock(ctrl);
         running = ctrl->cbRunning;
         TmrUnlock(ctrl);
