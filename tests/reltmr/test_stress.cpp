@@ -129,6 +129,12 @@ void Reset()
     g_driverDone = false;
 }
 
+// A periodic node stopped while awaiting its call: by established behaviour never returned to its pool.
+bool Stranded(const KrvRelTmrNode &node)
+{
+    return node.status == KRV_RELTMR_STATUS_STOPPED && (node.mode & KRV_RELTMR_MODE_PERIODIC) != 0;
+}
+
 // Whether the first pool's used count equals its periodic nodes stopped while awaiting their call (by
 // established behaviour never returned, so counted as used) and the second pool, free of periodic
 // timers, is empty.
@@ -138,7 +144,7 @@ bool Accounted(uint32_t *stranded)
     *stranded = 0;
     for (uint32_t i = 0; i <= 3000; ++i) {
         const KrvRelTmrNode &node = g_pools[0]->nodes[i];
-        *stranded += node.status == KRV_RELTMR_STATUS_STOPPED && (node.mode & 1) != 0;
+        *stranded += Stranded(node);
     }
     bool accounted = g_pools[0]->usedCount == *stranded && g_pools[1]->usedCount == 0;
     krv::reltmr::TmrUnlock(krv::reltmr::Ctrl());
@@ -202,7 +208,7 @@ TEST(RelTimerStress, EveryTimerIsAccountedForAfterConcurrentChurn)
         krv::reltmr::TmrLock(krv::reltmr::Ctrl());
         for (uint32_t i = 0; i <= 3000; ++i) {
             KrvRelTmrNode &node = g_pools[0]->nodes[i];
-            if (node.status == KRV_RELTMR_STATUS_STOPPED && (node.mode & 1) != 0) {
+            if (Stranded(node)) {
                 krv::reltmr::KrvRelTmrFree(&node);
             }
         }
