@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr uint32_t kRwFailed = KRV_ERR_FAILED;  // read-write locks report platform refusals as 1
+constexpr uint32_t kRwFailed = KRV_ERR_FAILED;  // read-write locks report platform refusals as a generic failure
 
 template <typename T>
 T *Object(void *handle)

@@ -82,7 +82,7 @@ KrvRelTmrCtrl *UsableCtrl()
 }
 
 // Builds a pool of maxTimer + 1 idle nodes chained into its free list; the extra node is never
-// handed out, so taking a node never empties the list. Returns 0, 22 or 12.
+// handed out, so taking a node never empties the list. Returns KRV_OK, KRV_ERR_INVALID or KRV_ERR_NOMEM.
 uint32_t KrvRelTmrPoolsInit(uint32_t maxTimer, KrvRelTmrPool **created)
 {
     if (maxTimer - 1 > kMaxTimerLessOne) {
@@ -164,7 +164,7 @@ KrvRelTmrCtrl *KrvRelTmrResInit()
     return ctrl;
 }
 
-// Allocates and clears the wheel; returns 0 or 12 (logged).
+// Allocates and clears the wheel; returns KRV_OK or KRV_ERR_NOMEM (logged).
 uint32_t KrvRelTmrHashInit(KrvRelTmrCtrl *ctrl)
 {
     ctrl->wheelMask = kWheelMask;
