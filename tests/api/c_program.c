@@ -23,7 +23,8 @@ int main(void)
     }
     KRV_OsalMemFree(block);
     KrvMutex mutex = NULL;
-    if (KRV_OsalMutexCreate(&mutex) != 0 || KRV_OsalMutexDestroy(&mutex) != 0 || mutex != NULL) {
+    if (KRV_OsalMutexCreate(&mutex) != KRV_OK || KRV_OsalMutexDestroy(&mutex) != KRV_OK || mutex != NULL ||
+        KRV_OsalMutexDestroy(&mutex) != KRV_ERR_INVALID) {
         return 3;
     }
     if (KRV_LogHookReg(CountingHook) != 0) {
