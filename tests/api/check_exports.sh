@@ -5,8 +5,9 @@ set -euo pipefail
 lib=$1
 include_dir=$(cd "$(dirname "$0")/../../include" && pwd)
 
-# The C interface: every KRV_* function declared (outside comments) in the public headers.
-c_names=$(grep -hv '^[[:space:]]*\(/\*\|\*\|//\|#\)' "$include_dir"/*.h | grep -o '\bKRV_[A-Za-z0-9_]*[[:space:]]*(' |
+# The C interface: every KRV_* function declared in the public headers. Declarations start in the
+# first column; comments (and their continuation lines) and preprocessor lines never do.
+c_names=$(grep -h '^[A-Za-z_]' "$include_dir"/*.h | grep -o '\bKRV_[A-Za-z0-9_]*[[:space:]]*(' |
   tr -d ' (' | sort -u)
 
 # The class interface, demangled; two C++ constructors or destructors share one name.
