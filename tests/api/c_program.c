@@ -33,7 +33,8 @@ int main(void)
     }
     KRV_OsalMemFree(block);
     KrvMutex mutex = NULL;
-    if (KRV_OsalMutexCreate(&mutex) != 0 || KRV_OsalMutexDestroy(&mutex) != 0 || mutex != NULL) {
+    if (KRV_OsalMutexCreate(&mutex) != KRV_OK || KRV_OsalMutexDestroy(&mutex) != KRV_OK || mutex != NULL ||
+        KRV_OsalMutexDestroy(&mutex) != KRV_ERR_INVALID) {
         return 3;
     }
     if (KRV_LogHookReg(CountingHook) != 0) {
@@ -44,23 +45,26 @@ int main(void)
     if (g_hookCalls != 1) {
         return 5;
     }
+    if (KRV_LogOpsDropCountGet() != 0 || KRV_LogOpsFlush(0) != KRV_ERR_NOT_INIT) {
+        return 6;
+    }
     KrvHashElemFuncs plain = {NULL, NULL};
     KrvHashTable *table = KRV_HashCreate(8, IdentityHash, SameWord, &plain, &plain);
     uint64_t value = 0;
     if (table == NULL || KRV_HashInsert(table, 3, 30) != KRV_OK || KRV_HashAt(table, 3, &value) != KRV_OK ||
         value != 30 || KRV_HashCountGet(table) != 1) {
-        return 6;
+        return 7;
     }
     KRV_HashDestroy(table);
     char *text = NULL;
     if (KRV_Base64Encode((const uint8_t *)"foo", 3, &text) != KRV_OK || strcmp(text, "Zm9v") != 0) {
-        return 7;
+        return 8;
     }
     KRV_OsalMemFree(text);
     size_t trimmed = 0;
     char out[8];
     if (KRV_StrlibSpaceDeleteEx(" ab ", 4, out, &trimmed) != KRV_OK || trimmed != 2 || !KRV_StrIsDecDigit("42")) {
-        return 8;
+        return 9;
     }
     puts("c program ok");
     return 0;
