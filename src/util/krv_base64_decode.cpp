@@ -124,7 +124,8 @@ bool DecodeText(const uint8_t *s, size_t n, uint8_t *out, Scan *scan)
     return true;
 }
 
-// m rounded up to a multiple of four, without overflow for any length a text can have.
+// m rounded up to a multiple of four. m never exceeds a text's length, and no object is longer than
+// PTRDIFF_MAX, so neither this nor the sizes derived from it (at most 3/4 of it, plus one) can wrap.
 size_t RoundUpToQuantum(size_t m)
 {
     return m / 4 * 4 + (m % 4 != 0 ? 4 : 0);
