@@ -32,6 +32,7 @@ size_t Capacity(size_t dataLen)
     return capacity <= kMaxCapacity ? capacity : 0;
 }
 
+// Eight bytes from p, the first the most significant.
 uint64_t LoadBigEndian64(const uint8_t *p)
 {
     uint64_t x;

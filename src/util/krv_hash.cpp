@@ -33,11 +33,13 @@ static_assert(offsetof(KrvHashNode, link) == 0, "a list node must be its element
 
 constexpr size_t kHeaderBytes = offsetof(KrvHashTable, buckets);
 
+// The element whose link is link (or, for the extra head, the end iterator).
 KrvHashNode *AsNode(krv::RawListNode *link)
 {
     return reinterpret_cast<KrvHashNode *>(link);
 }
 
+// The end iterator: the extra head after the last bucket.
 KrvHashNode *EndOf(const KrvHashTable *table)
 {
     const krv::RawList *end = &table->buckets[table->bucketSize];
@@ -101,6 +103,7 @@ void ReleaseNode(KrvHashTable *table, KrvHashNode *node)
     KRV_OsalMemFree(node);
 }
 
+// Stores a copy of value (when copying) in node, releasing the old value; 1 when the copy fails.
 uint32_t ReplaceValue(KrvHashTable *table, KrvHashNode *node, uint64_t value)
 {
     if (table->valueDupFunc != nullptr) {
@@ -116,6 +119,7 @@ uint32_t ReplaceValue(KrvHashTable *table, KrvHashNode *node, uint64_t value)
     return KRV_OK;
 }
 
+// Appends a new element to bucket; 12 when the node or a copy cannot be made (nothing kept).
 uint32_t AddNode(KrvHashTable *table, krv::RawList *bucket, uint64_t key, uint64_t value)
 {
     auto *node = static_cast<KrvHashNode *>(KRV_OsalMemAlloc(sizeof(KrvHashNode)));
@@ -147,6 +151,7 @@ uint32_t AddNode(KrvHashTable *table, krv::RawList *bucket, uint64_t key, uint64
     return KRV_OK;
 }
 
+// Insert (overwrite false) and put (overwrite true).
 uint32_t Store(KrvHashTable *table, uint64_t key, uint64_t value, bool overwrite)
 {
     if (table == nullptr) {
@@ -164,6 +169,7 @@ uint32_t Store(KrvHashTable *table, uint64_t key, uint64_t value, bool overwrite
     return overwrite ? ReplaceValue(table, node, value) : KRV_ERR_FAILED;
 }
 
+// True when it is an element of table, not the end iterator or null.
 bool IsElement(const KrvHashTable *table, const KrvHashNode *it)
 {
     return table != nullptr && it != nullptr && it != EndOf(table);
