@@ -34,6 +34,11 @@ int main(void)
     if (g_hookCalls != 1) {
         return 5;
     }
+    const uint8_t text[] = {'b', 'a', 'n', 'a', 'n', 'a'};
+    size_t sa[6] = {0};
+    if (KRV_ArraySaSort(text, 6, sa, 6) != KRV_OK || sa[0] != 5 || sa[5] != 2) {
+        return 6;
+    }
     puts("c program ok");
     return 0;
 }

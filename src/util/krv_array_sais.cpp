@@ -1,0 +1,240 @@
+// SA-IS suffix sorting on 64-bit symbols.
+//
+// Empty suffix-array slots hold 0. Position 0 never induces anything (it has no left neighbour), so
+// it may look empty too without harm; every other entry is a position >= 1.
+#include "util/krv_array_sais.h"
+
+#include <sys/types.h>
+
+#include <algorithm>
+#include <cassert>
+
+#include "krv_osal.h"
+#include "krv_status.h"
+#include "log/krv_diag.h"
+
+namespace krv::array {
+namespace {
+
+constexpr char kKrvSource[] = "krv_array";
+// How many slots ahead of the scan the induced-sorting passes fetch the text they will read.
+constexpr int64_t kPrefetchAhead = 24;
+
+using Word = int64_t;
+
+// One level's bucket area: the symbol counts, then the moving bucket pointers.
+struct Buckets {
+    Word *count;
+    Word *ptr;
+    Word k;
+};
+
+// Points every bucket at its first slot.
+void SetBucketHeads(const Buckets &b)
+{
+    Word sum = 0;
+    for (Word c = 0; c < b.k; ++c) {
+        b.ptr[c] = sum;
+        sum += b.count[c];
+    }
+}
+
+// Points every bucket one past its last slot.
+void SetBucketEnds(const Buckets &b)
+{
+    Word sum = 0;
+    for (Word c = 0; c < b.k; ++c) {
+        sum += b.count[c];
+        b.ptr[c] = sum;
+    }
+}
+
+// Starts fetching the text left of the suffix in `slot` (empty or 0: position 0, harmless).
+inline void PrefetchLeftOf(const Word *t, Word slot)
+{
+    __builtin_prefetch(t + (slot > 0 ? slot - 1 : 0));
+}
+
+// Calls fn(p) for every LMS position p (an S-type position whose left neighbour is L-type), from
+// right to left; the sentinel n-1 comes first.
+template <typename Fn>
+void ForEachLmsRightToLeft(const Word *t, Word n, Fn fn)
+{
+    bool rightIsS = true;  // the sentinel is S-type
+    Word right = t[n - 1];
+    for (Word i = n - 2; i >= 0; --i) {
+        const Word c = t[i];
+        const bool isS = c < right || (c == right && rightIsS);
+        if (!isS && rightIsS) {
+            fn(i + 1);
+        }
+        rightIsS = isS;
+        right = c;
+    }
+}
+
+// Left-to-right pass: every L-type suffix goes to the head of its bucket, after the suffix right of
+// it has been passed. An entry p in this pass is LMS or L-type, so p-1 is L-type exactly when
+// t[p-1] >= t[p]. With kDrop, entries that have induced their neighbour are emptied, leaving only
+// the L-type suffixes the S-type pass will need.
+template <bool kDrop>
+void InduceL(const Word *t, Word *sa, Word n, const Buckets &b)
+{
+    SetBucketHeads(b);
+    // sa[0] is the sentinel, alone in bucket 0; its left neighbour is L-type.
+    sa[b.ptr[t[n - 2]]++] = n - 2;
+    for (Word i = 1; i < n; ++i) {
+        if (i + kPrefetchAhead < n) {
+            PrefetchLeftOf(t, sa[i + kPrefetchAhead]);
+        }
+        const Word p = sa[i];
+        if (p > 0) {
+            const Word c = t[p - 1];
+            if (c >= t[p]) {
+                sa[b.ptr[c]++] = p - 1;
+                if (kDrop) {
+                    sa[i] = 0;
+                }
+            }
+        }
+    }
+}
+
+// Right-to-left pass: every S-type suffix goes to the end of its bucket. p-1 is S-type when
+// t[p-1] < t[p], or when they are equal and p is S-type; p is S-type exactly when slot i lies in
+// the part of its bucket this pass has already filled. With kDrop, inducing entries are emptied,
+// so only the LMS suffixes remain.
+template <bool kDrop>
+void InduceS(const Word *t, Word *sa, Word n, const Buckets &b)
+{
+    SetBucketEnds(b);
+    for (Word i = n - 1; i > 0; --i) {
+        if (i >= kPrefetchAhead) {
+            PrefetchLeftOf(t, sa[i - kPrefetchAhead]);
+        }
+        const Word p = sa[i];
+        if (p > 0) {
+            const Word c = t[p - 1];
+            const Word right = t[p];
+            if (c < right || (c == right && i >= b.ptr[right])) {
+                sa[--b.ptr[c]] = p - 1;
+                if (kDrop) {
+                    sa[i] = 0;
+                }
+            }
+        }
+    }
+}
+
+// Sorts the LMS substrings: LMS positions at their bucket ends, then both induced passes. Leaves
+// the m LMS positions in substring order in sa[0..m) and returns m.
+Word SortLmsSubstrings(const Word *t, Word *sa, Word n, const Buckets &b)
+{
+    SetBucketEnds(b);
+    std::fill(sa, sa + n, 0);
+    Word m = 0;
+    ForEachLmsRightToLeft(t, n, [&](Word p) {
+        sa[--b.ptr[t[p]]] = p;
+        ++m;
+    });
+    InduceL<true>(t, sa, n, b);
+    InduceS<true>(t, sa, n, b);
+    Word kept = 0;
+    for (Word i = 0; i < n; ++i) {
+        if (sa[i] > 0) {
+            sa[kept++] = sa[i];
+        }
+    }
+    assert(kept == m);
+    return m;
+}
+
+// Names the sorted LMS substrings in sa[0..m) (equal neighbours share a name) and writes the reduced
+// string, the names in text order, to sa[n-m..n). Returns the number of names.
+Word NameLmsSubstrings(const Word *t, Word *sa, Word n, Word m)
+{
+    // LMS positions are at least two apart, so p/2 gives each its own slot above sa[0..m).
+    Word *slot = sa + m;
+    std::fill(slot, sa + n, 0);
+    Word right = n - 1;
+    ForEachLmsRightToLeft(t, n, [&](Word p) {
+        slot[p / 2] = right - p + 1;  // its substring runs to the next LMS position, inclusive
+        right = p;
+    });
+    // Equal lengths and symbols mean equal types too: both substrings end in an LMS position.
+    Word names = 0;
+    Word prev = 0;
+    Word prevLen = 0;
+    for (Word i = 0; i < m; ++i) {
+        const Word p = sa[i];
+        const Word len = slot[p / 2];
+        if (len != prevLen || !std::equal(t + p, t + p + len, t + prev)) {
+            ++names;
+            prev = p;
+            prevLen = len;
+        }
+        slot[p / 2] = names;  // one-based here: 0 still marks an empty slot
+    }
+    Word top = n;
+    for (Word j = m + (n - 1) / 2; j >= m; --j) {
+        if (sa[j] != 0) {
+            sa[--top] = sa[j] - 1;
+        }
+    }
+    assert(top == n - m);
+    return names;
+}
+
+// Puts the m LMS suffixes of sa[0..m), in their final order, at the ends of their buckets and
+// induces the whole suffix array from them.
+void InduceFromSortedLms(const Word *t, Word *sa, Word n, Word m, const Buckets &b)
+{
+    SetBucketEnds(b);
+    std::fill(sa + m, sa + n, 0);
+    for (Word i = m - 1; i >= 0; --i) {
+        const Word p = sa[i];
+        sa[i] = 0;
+        sa[--b.ptr[t[p]]] = p;
+    }
+    InduceL<false>(t, sa, n, b);
+    InduceS<false>(t, sa, n, b);
+}
+
+}  // namespace
+
+uint32_t SaisBuild(const int64_t *t, int64_t *sa, int64_t n, int64_t k)
+{
+    assert(n >= 2 && t[n - 1] == 0);
+    auto *area = static_cast<Word *>(KRV_OsalMemAlloc(2 * static_cast<uint64_t>(k) * sizeof(Word)));
+    if (area == nullptr) {
+        KRV_DIAG(KRV_ERR_NOMEM, "malloc error, size is %zd", static_cast<ssize_t>(2 * k));
+        return KRV_ERR_NOMEM;
+    }
+    const Buckets b = {area, area + k, k};
+    std::fill(b.count, b.count + k, 0);
+    for (Word i = 0; i < n; ++i) {
+        ++b.count[t[i]];
+    }
+    const Word m = SortLmsSubstrings(t, sa, n, b);
+    const Word names = NameLmsSubstrings(t, sa, n, m);
+    if (names < m) {
+        // Sort the reduced string; its suffix order is the order of the LMS suffixes.
+        const Word *reduced = sa + n - m;
+        const uint32_t status = SaisBuild(reduced, sa, m, names);
+        if (status != KRV_OK) {
+            KRV_OsalMemFree(area);
+            return status;
+        }
+        Word *positions = sa + n - m;  // the reduced string is no longer needed
+        Word top = n;
+        ForEachLmsRightToLeft(t, n, [&](Word p) { sa[--top] = p; });
+        for (Word i = 0; i < m; ++i) {
+            sa[i] = positions[sa[i]];
+        }
+    }
+    InduceFromSortedLms(t, sa, n, m, b);
+    KRV_OsalMemFree(area);
+    return KRV_OK;
+}
+
+}  // namespace krv::array
