@@ -1,4 +1,4 @@
-// SA-IS suffix sorting on 64-bit symbols.
+// SA-IS suffix sorting. The byte level reads 16-bit symbols; the reduced strings are 64-bit.
 //
 // Empty suffix-array slots hold 0. Position 0 never induces anything (it has no left neighbour), so
 // it may look empty too without harm; every other entry is a position >= 1.
@@ -50,15 +50,16 @@ void SetBucketEnds(const Buckets &b)
 }
 
 // Starts fetching the text left of the suffix in `slot` (empty or 0: position 0, harmless).
-inline void PrefetchLeftOf(const Word *t, Word slot)
+template <typename Sym>
+inline void PrefetchLeftOf(const Sym *t, Word slot)
 {
     __builtin_prefetch(t + (slot > 0 ? slot - 1 : 0));
 }
 
 // Calls fn(p) for every LMS position p (an S-type position whose left neighbour is L-type), from
 // right to left; the sentinel n-1 comes first.
-template <typename Fn>
-void ForEachLmsRightToLeft(const Word *t, Word n, Fn fn)
+template <typename Sym, typename Fn>
+void ForEachLmsRightToLeft(const Sym *t, Word n, Fn fn)
 {
     bool rightIsS = true;  // the sentinel is S-type
     Word right = t[n - 1];
@@ -77,8 +78,8 @@ void ForEachLmsRightToLeft(const Word *t, Word n, Fn fn)
 // it has been passed. An entry p in this pass is LMS or L-type, so p-1 is L-type exactly when
 // t[p-1] >= t[p]. With kDrop, entries that have induced their neighbour are emptied, leaving only
 // the L-type suffixes the S-type pass will need.
-template <bool kDrop>
-void InduceL(const Word *t, Word *sa, Word n, const Buckets &b)
+template <bool kDrop, typename Sym>
+void InduceL(const Sym *t, Word *sa, Word n, const Buckets &b)
 {
     SetBucketHeads(b);
     // sa[0] is the sentinel, alone in bucket 0; its left neighbour is L-type.
@@ -104,8 +105,8 @@ void InduceL(const Word *t, Word *sa, Word n, const Buckets &b)
 // t[p-1] < t[p], or when they are equal and p is S-type; p is S-type exactly when slot i lies in
 // the part of its bucket this pass has already filled. With kDrop, inducing entries are emptied,
 // so only the LMS suffixes remain.
-template <bool kDrop>
-void InduceS(const Word *t, Word *sa, Word n, const Buckets &b)
+template <bool kDrop, typename Sym>
+void InduceS(const Sym *t, Word *sa, Word n, const Buckets &b)
 {
     SetBucketEnds(b);
     for (Word i = n - 1; i > 0; --i) {
@@ -128,7 +129,8 @@ void InduceS(const Word *t, Word *sa, Word n, const Buckets &b)
 
 // Sorts the LMS substrings: LMS positions at their bucket ends, then both induced passes. Leaves
 // the m LMS positions in substring order in sa[0..m) and returns m.
-Word SortLmsSubstrings(const Word *t, Word *sa, Word n, const Buckets &b)
+template <typename Sym>
+Word SortLmsSubstrings(const Sym *t, Word *sa, Word n, const Buckets &b)
 {
     SetBucketEnds(b);
     std::fill(sa, sa + n, 0);
@@ -149,9 +151,22 @@ Word SortLmsSubstrings(const Word *t, Word *sa, Word n, const Buckets &b)
     return m;
 }
 
+// Whether a[0..len) equals b[0..len). Substrings are short, so a plain loop beats a library call.
+template <typename Sym>
+bool SameSymbols(const Sym *a, const Sym *b, Word len)
+{
+    for (Word i = 0; i < len; ++i) {
+        if (a[i] != b[i]) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // Names the sorted LMS substrings in sa[0..m) (equal neighbours share a name) and writes the reduced
 // string, the names in text order, to sa[n-m..n). Returns the number of names.
-Word NameLmsSubstrings(const Word *t, Word *sa, Word n, Word m)
+template <typename Sym>
+Word NameLmsSubstrings(const Sym *t, Word *sa, Word n, Word m)
 {
     // LMS positions are at least two apart, so p/2 gives each its own slot above sa[0..m).
     Word *slot = sa + m;
@@ -166,9 +181,14 @@ Word NameLmsSubstrings(const Word *t, Word *sa, Word n, Word m)
     Word prev = 0;
     Word prevLen = 0;
     for (Word i = 0; i < m; ++i) {
+        if (i + kPrefetchAhead < m) {
+            const Word ahead = sa[i + kPrefetchAhead];
+            __builtin_prefetch(t + ahead);
+            __builtin_prefetch(slot + ahead / 2);
+        }
         const Word p = sa[i];
         const Word len = slot[p / 2];
-        if (len != prevLen || !std::equal(t + p, t + p + len, t + prev)) {
+        if (len != prevLen || !SameSymbols(t + p, t + prev, len)) {
             ++names;
             prev = p;
             prevLen = len;
@@ -187,7 +207,8 @@ Word NameLmsSubstrings(const Word *t, Word *sa, Word n, Word m)
 
 // Puts the m LMS suffixes of sa[0..m), in their final order, at the ends of their buckets and
 // induces the whole suffix array from them.
-void InduceFromSortedLms(const Word *t, Word *sa, Word n, Word m, const Buckets &b)
+template <typename Sym>
+void InduceFromSortedLms(const Sym *t, Word *sa, Word n, Word m, const Buckets &b)
 {
     SetBucketEnds(b);
     std::fill(sa + m, sa + n, 0);
@@ -200,9 +221,8 @@ void InduceFromSortedLms(const Word *t, Word *sa, Word n, Word m, const Buckets 
     InduceS<false>(t, sa, n, b);
 }
 
-}  // namespace
-
-uint32_t SaisBuild(const int64_t *t, int64_t *sa, int64_t n, int64_t k)
+template <typename Sym>
+uint32_t Build(const Sym *t, Word *sa, Word n, Word k)
 {
     assert(n >= 2 && t[n - 1] == 0);
     auto *area = static_cast<Word *>(KRV_OsalMemAlloc(2 * static_cast<uint64_t>(k) * sizeof(Word)));
@@ -220,7 +240,7 @@ uint32_t SaisBuild(const int64_t *t, int64_t *sa, int64_t n, int64_t k)
     if (names < m) {
         // Sort the reduced string; its suffix order is the order of the LMS suffixes.
         const Word *reduced = sa + n - m;
-        const uint32_t status = SaisBuild(reduced, sa, m, names);
+        const uint32_t status = Build(reduced, sa, m, names);
         if (status != KRV_OK) {
             KRV_OsalMemFree(area);
             return status;
@@ -235,6 +255,18 @@ uint32_t SaisBuild(const int64_t *t, int64_t *sa, int64_t n, int64_t k)
     InduceFromSortedLms(t, sa, n, m, b);
     KRV_OsalMemFree(area);
     return KRV_OK;
+}
+
+}  // namespace
+
+uint32_t SaisBuild(const int64_t *t, int64_t *sa, int64_t n, int64_t k)
+{
+    return Build(t, sa, n, k);
+}
+
+uint32_t SaisBuild(const uint16_t *t, int64_t *sa, int64_t n, int64_t k)
+{
+    return Build(t, sa, n, k);
 }
 
 }  // namespace krv::array
