@@ -17,10 +17,17 @@ namespace krv::array {
 namespace {
 
 constexpr char kKrvSource[] = "krv_array";
-// How many slots ahead of the scan the induced-sorting passes fetch the text they will read.
-constexpr int64_t kPrefetchAhead = 24;
+// How many slots ahead of a scan the text it will read is fetched; the induced-sorting passes over
+// a large alphabet fetch in three stages of this distance each (see PrefetchInduce).
+constexpr int64_t kPrefetchAhead = 16;
+// From this many symbols on, the bucket pointers no longer stay in the faster caches.
+constexpr int64_t kLargeAlphabet = int64_t{1} << 16;
 
 using Word = int64_t;
+
+// Prefetches have no side effects the optimiser can see, so an out-of-line helper made only of them
+// counts as pure and its calls are deleted; forced inlining keeps them.
+#define KRV_PREFETCH_INLINE __attribute__((always_inline)) inline
 
 // One level's bucket area: the symbol counts, then the moving bucket pointers.
 struct Buckets {
@@ -51,9 +58,29 @@ void SetBucketEnds(const Buckets &b)
 
 // Starts fetching the text left of the suffix in `slot` (empty or 0: position 0, harmless).
 template <typename Sym>
-inline void PrefetchLeftOf(const Sym *t, Word slot)
+KRV_PREFETCH_INLINE void PrefetchLeftOf(const Sym *t, Word slot)
 {
     __builtin_prefetch(t + (slot > 0 ? slot - 1 : 0));
+}
+
+// Fetches for an induced-sorting pass, given three slots ahead of its scan from farthest to nearest:
+// the text left of the suffix in the farthest; with kLarge, also the bucket pointer that suffix in
+// the middle slot will use, and the slot that pointer (already fetched) designates for the nearest.
+// Entries may still change before the scan gets there; a stale fetch only costs a miss.
+template <bool kLarge, typename Sym>
+KRV_PREFETCH_INLINE void PrefetchInduce(const Sym *t, const Word *sa, const Buckets &b, Word far, Word mid, Word near)
+{
+    PrefetchLeftOf(t, sa[far]);
+    if (kLarge) {
+        const Word q = sa[mid];
+        if (q > 0) {
+            __builtin_prefetch(b.ptr + t[q - 1]);
+        }
+        const Word r = sa[near];
+        if (r > 0) {
+            __builtin_prefetch(sa + b.ptr[t[r - 1]], 1);
+        }
+    }
 }
 
 // Calls fn(p) for every LMS position p (an S-type position whose left neighbour is L-type), from
@@ -78,16 +105,16 @@ void ForEachLmsRightToLeft(const Sym *t, Word n, Fn fn)
 // it has been passed. An entry p in this pass is LMS or L-type, so p-1 is L-type exactly when
 // t[p-1] >= t[p]. With kDrop, entries that have induced their neighbour are emptied, leaving only
 // the L-type suffixes the S-type pass will need.
-template <bool kDrop, typename Sym>
+template <bool kDrop, bool kLarge, typename Sym>
 void InduceL(const Sym *t, Word *sa, Word n, const Buckets &b)
 {
     SetBucketHeads(b);
     // sa[0] is the sentinel, alone in bucket 0; its left neighbour is L-type.
     sa[b.ptr[t[n - 2]]++] = n - 2;
+    const Word stages = kLarge ? 3 : 1;
     for (Word i = 1; i < n; ++i) {
-        if (i + kPrefetchAhead < n) {
-            PrefetchLeftOf(t, sa[i + kPrefetchAhead]);
-        }
+        PrefetchInduce<kLarge>(t, sa, b, std::min(i + stages * kPrefetchAhead, n - 1),
+                               std::min(i + 2 * kPrefetchAhead, n - 1), std::min(i + kPrefetchAhead, n - 1));
         const Word p = sa[i];
         if (p > 0) {
             const Word c = t[p - 1];
@@ -105,14 +132,14 @@ void InduceL(const Sym *t, Word *sa, Word n, const Buckets &b)
 // t[p-1] < t[p], or when they are equal and p is S-type; p is S-type exactly when slot i lies in
 // the part of its bucket this pass has already filled. With kDrop, inducing entries are emptied,
 // so only the LMS suffixes remain.
-template <bool kDrop, typename Sym>
+template <bool kDrop, bool kLarge, typename Sym>
 void InduceS(const Sym *t, Word *sa, Word n, const Buckets &b)
 {
     SetBucketEnds(b);
+    const Word stages = kLarge ? 3 : 1;
     for (Word i = n - 1; i > 0; --i) {
-        if (i >= kPrefetchAhead) {
-            PrefetchLeftOf(t, sa[i - kPrefetchAhead]);
-        }
+        PrefetchInduce<kLarge>(t, sa, b, std::max<Word>(i - stages * kPrefetchAhead, 0),
+                               std::max<Word>(i - 2 * kPrefetchAhead, 0), std::max<Word>(i - kPrefetchAhead, 0));
         const Word p = sa[i];
         if (p > 0) {
             const Word c = t[p - 1];
@@ -129,7 +156,7 @@ void InduceS(const Sym *t, Word *sa, Word n, const Buckets &b)
 
 // Sorts the LMS substrings: LMS positions at their bucket ends, then both induced passes. Leaves
 // the m LMS positions in substring order in sa[0..m) and returns m.
-template <typename Sym>
+template <bool kLarge, typename Sym>
 Word SortLmsSubstrings(const Sym *t, Word *sa, Word n, const Buckets &b)
 {
     SetBucketEnds(b);
@@ -139,8 +166,8 @@ Word SortLmsSubstrings(const Sym *t, Word *sa, Word n, const Buckets &b)
         sa[--b.ptr[t[p]]] = p;
         ++m;
     });
-    InduceL<true>(t, sa, n, b);
-    InduceS<true>(t, sa, n, b);
+    InduceL<true, kLarge>(t, sa, n, b);
+    InduceS<true, kLarge>(t, sa, n, b);
     Word kept = 0;
     for (Word i = 0; i < n; ++i) {
         if (sa[i] > 0) {
@@ -207,21 +234,34 @@ Word NameLmsSubstrings(const Sym *t, Word *sa, Word n, Word m)
 
 // Puts the m LMS suffixes of sa[0..m), in their final order, at the ends of their buckets and
 // induces the whole suffix array from them.
-template <typename Sym>
+template <bool kLarge, typename Sym>
 void InduceFromSortedLms(const Sym *t, Word *sa, Word n, Word m, const Buckets &b)
 {
     SetBucketEnds(b);
     std::fill(sa + m, sa + n, 0);
     for (Word i = m - 1; i >= 0; --i) {
+        if (i >= kPrefetchAhead) {
+            __builtin_prefetch(t + sa[i - kPrefetchAhead]);
+        }
         const Word p = sa[i];
         sa[i] = 0;
         sa[--b.ptr[t[p]]] = p;
     }
-    InduceL<false>(t, sa, n, b);
-    InduceS<false>(t, sa, n, b);
+    InduceL<false, kLarge>(t, sa, n, b);
+    InduceS<false, kLarge>(t, sa, n, b);
 }
 
+template <bool kLarge, typename Sym>
+uint32_t Build(const Sym *t, Word *sa, Word n, Word k);
+
+// Runs Build with the prefetching that suits the alphabet size.
 template <typename Sym>
+uint32_t BuildFor(const Sym *t, Word *sa, Word n, Word k)
+{
+    return k >= kLargeAlphabet ? Build<true>(t, sa, n, k) : Build<false>(t, sa, n, k);
+}
+
+template <bool kLarge, typename Sym>
 uint32_t Build(const Sym *t, Word *sa, Word n, Word k)
 {
     assert(n >= 2 && t[n - 1] == 0);
@@ -233,14 +273,17 @@ uint32_t Build(const Sym *t, Word *sa, Word n, Word k)
     const Buckets b = {area, area + k, k};
     std::fill(b.count, b.count + k, 0);
     for (Word i = 0; i < n; ++i) {
+        if (kLarge && i + kPrefetchAhead < n) {
+            __builtin_prefetch(b.count + t[i + kPrefetchAhead], 1);
+        }
         ++b.count[t[i]];
     }
-    const Word m = SortLmsSubstrings(t, sa, n, b);
+    const Word m = SortLmsSubstrings<kLarge>(t, sa, n, b);
     const Word names = NameLmsSubstrings(t, sa, n, m);
     if (names < m) {
         // Sort the reduced string; its suffix order is the order of the LMS suffixes.
         const Word *reduced = sa + n - m;
-        const uint32_t status = Build(reduced, sa, m, names);
+        const uint32_t status = BuildFor(reduced, sa, m, names);
         if (status != KRV_OK) {
             KRV_OsalMemFree(area);
             return status;
@@ -249,10 +292,13 @@ uint32_t Build(const Sym *t, Word *sa, Word n, Word k)
         Word top = n;
         ForEachLmsRightToLeft(t, n, [&](Word p) { sa[--top] = p; });
         for (Word i = 0; i < m; ++i) {
+            if (i + kPrefetchAhead < m) {
+                __builtin_prefetch(positions + sa[i + kPrefetchAhead]);
+            }
             sa[i] = positions[sa[i]];
         }
     }
-    InduceFromSortedLms(t, sa, n, m, b);
+    InduceFromSortedLms<kLarge>(t, sa, n, m, b);
     KRV_OsalMemFree(area);
     return KRV_OK;
 }
@@ -261,12 +307,12 @@ uint32_t Build(const Sym *t, Word *sa, Word n, Word k)
 
 uint32_t SaisBuild(const int64_t *t, int64_t *sa, int64_t n, int64_t k)
 {
-    return Build(t, sa, n, k);
+    return BuildFor(t, sa, n, k);
 }
 
 uint32_t SaisBuild(const uint16_t *t, int64_t *sa, int64_t n, int64_t k)
 {
-    return Build(t, sa, n, k);
+    return BuildFor(t, sa, n, k);
 }
 
 }  // namespace krv::array
