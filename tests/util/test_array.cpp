@@ -12,6 +12,7 @@
 #include "krv_array.h"
 #include "krv_log.h"
 #include "krv_status.h"
+#include "support/krv_sa_check.h"
 #include "support/krv_test_support.h"
 
 namespace {
@@ -31,28 +32,9 @@ std::vector<size_t> BruteForce(const Bytes &s)
     return sa;
 }
 
-// Whether sa is the suffix array of s, in linear time: a permutation whose neighbours a, b have
-// s[a] < s[b], or equal first bytes and suffix a+1 ranked before suffix b+1 (the empty suffix first).
 bool IsSuffixArray(const Bytes &s, const std::vector<size_t> &sa)
 {
-    const size_t n = s.size();
-    std::vector<size_t> rank(n + 1, 0);  // rank[n] = 0: the empty suffix; others 1..n
-    std::vector<bool> seen(n, false);
-    for (size_t r = 0; r < n; ++r) {
-        if (sa[r] >= n || seen[sa[r]]) {
-            return false;
-        }
-        seen[sa[r]] = true;
-        rank[sa[r]] = r + 1;
-    }
-    for (size_t r = 1; r < n; ++r) {
-        const size_t a = sa[r - 1];
-        const size_t b = sa[r];
-        if (s[a] > s[b] || (s[a] == s[b] && rank[a + 1] > rank[b + 1])) {
-            return false;
-        }
-    }
-    return true;
+    return sa.size() == s.size() && krvtest::IsSuffixArray(s.data(), s.size(), sa.data());
 }
 
 std::vector<size_t> Sort(const Bytes &s, uint32_t *status)
