@@ -305,11 +305,6 @@ uint32_t Build(const Sym *t, Word *sa, Word n, Word k)
 
 }  // namespace
 
-uint32_t SaisBuild(const int64_t *t, int64_t *sa, int64_t n, int64_t k)
-{
-    return BuildFor(t, sa, n, k);
-}
-
 uint32_t SaisBuild(const uint16_t *t, int64_t *sa, int64_t n, int64_t k)
 {
     return BuildFor(t, sa, n, k);
