@@ -190,6 +190,29 @@ std::vector<std::string> FailEachAllocation(const Bytes &s)
 
 TEST(ArraySaSort, EveryRefusedAllocationFailsCleanly)
 {
+    {
+        // Areas whose size does not fit in 64 bits are refused before any allocation (a wrapped size
+        // would be small enough to succeed and then be overrun); nothing is read or written.
+        HookGuard hook;
+        const uint8_t byte = 'a';
+        size_t untouched = 77;
+        uint32_t status[2];
+        unsigned refused;
+        {
+            krvtest::AllocFailure fault(0);  // any allocation attempt would show here
+            status[0] = KRV_ArraySaSort(&byte, SIZE_MAX, &untouched, SIZE_MAX);
+            status[1] = KRV_ArraySaSort(&byte, size_t{1} << 62, &untouched, size_t{1} << 62);
+            refused = fault.Failed();
+        }
+        EXPECT_EQ(KRV_ERR_NOMEM, status[0]);
+        EXPECT_EQ(KRV_ERR_NOMEM, status[1]);
+        EXPECT_EQ(0u, refused);
+        EXPECT_EQ(77u, untouched);
+        EXPECT_EQ((std::vector<std::string>{"12 2 krv_array malloc err, size is 18446744073709551615",
+                                            "12 2 krv_array malloc err, size is 9223372036854775810"}),
+                  hook.Lines());
+    }
+
     // The working area (in words), the byte level's buckets, then the 3-name reduced string's.
     EXPECT_EQ((std::vector<std::string>{"12 2 krv_array malloc err, size is 18",
                                         "12 2 krv_array malloc error, size is 514",
