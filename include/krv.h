@@ -11,5 +11,6 @@
 #include "krv_json.h"
 #include "krv_log.h"
 #include "krv_log_ops.h"
+#include "krv_array.h"
 
 #endif /* KRV_H */

@@ -38,6 +38,11 @@ int main(void)
     if (KRV_LogOpsDropCountGet() != 0 || KRV_LogOpsFlush(0) != KRV_ERR_NOT_INIT) {
         return 6;
     }
+    const uint8_t text[] = {'b', 'a', 'n', 'a', 'n', 'a'};
+    size_t sa[6] = {0};
+    if (KRV_ArraySaSort(text, 6, sa, 6) != KRV_OK || sa[0] != 5 || sa[5] != 2) {
+        return 7;
+    }
     puts("c program ok");
     return 0;
 }
