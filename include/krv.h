@@ -8,6 +8,7 @@
 #include "krv_osalfs.h"
 #include "krv_osaleno.h"
 #include "krv_reltmr.h"
+#include "krv_time.h"
 #include "krv_json.h"
 #include "krv_log.h"
 #include "krv_log_ops.h"

@@ -34,6 +34,11 @@ int main(void)
     if (g_hookCalls != 1) {
         return 5;
     }
+    KrvDateTime leapDay = {1972, 3, 1, 0, 0, 0, 0, 0};
+    int64_t utc = 0;
+    if (!KRV_IsLeapYear(1972) || KRV_DateToUtcTimeConvert(&leapDay, &utc) != 0 || utc != 68256000) {
+        return 6;
+    }
     puts("c program ok");
     return 0;
 }
