@@ -14,5 +14,6 @@
 #include "krv_stream.h"
 #include "krv_crc.h"
 #include "krv_arith.h"
+#include "krv_cputick.h"
 
 #endif /* KRV_H */
