@@ -12,5 +12,9 @@
 #include "krv_json.h"
 #include "krv_log.h"
 #include "krv_log_ops.h"
+#include "krv_stream.h"
+#include "krv_crc.h"
+#include "krv_arith.h"
+#include "krv_cputick.h"
 
 #endif /* KRV_H */
