@@ -9,6 +9,7 @@
 #include "krv_osaleno.h"
 #include "krv_reltmr.h"
 #include "krv_time.h"
+#include "krv_nolocktime.h"
 #include "krv_json.h"
 #include "krv_log.h"
 #include "krv_log_ops.h"

@@ -1,5 +1,6 @@
 #include "support/krv_test_support.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -101,6 +102,17 @@ TempDir::~TempDir()
     std::error_code ignored;
     std::filesystem::permissions(path_, std::filesystem::perms::owner_all, std::filesystem::perm_options::add, ignored);
     std::filesystem::remove_all(path_, ignored);
+}
+
+size_t ThreadCount()
+{
+    size_t count = 0;
+    DIR *dir = opendir("/proc/self/task");
+    while (dirent *entry = readdir(dir)) {
+        count += entry->d_name[0] != '.';
+    }
+    closedir(dir);
+    return count;
 }
 
 }  // namespace krvtest
