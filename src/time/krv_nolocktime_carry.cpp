@@ -9,23 +9,21 @@ namespace krv::nolocktime {
 using namespace krv::calendar;
 
 namespace {
-constexpr uint64_t kLongestMonthDays = 31;
-}  // namespace
 
-void KrvNolockDateCarry(const struct tm &snap, uint64_t elapsedMs, KrvDateTime *date)
+constexpr uint64_t kLongestMonthDays = 31;
+
+// Moves the snapshot's date on by daysCarried (at least 1) through its day of the year.
+void KrvNolockDaysCarry(const struct tm &snap, uint64_t daysCarried, KrvDateTime *date)
 {
-    uint64_t seconds = static_cast<uint64_t>(snap.tm_sec) + elapsedMs / kMsPerSecond;
-    uint64_t minutes = static_cast<uint64_t>(snap.tm_min) + seconds / kSecondsPerMinute;
-    uint64_t hours = static_cast<uint64_t>(snap.tm_hour) + minutes / kMinutesPerHour;
     uint32_t year = static_cast<uint32_t>(snap.tm_year) + kTmYearBase;
     // Day of the snapshot's year, 1-based, plus the whole days carried.
-    uint64_t days = static_cast<uint64_t>(snap.tm_mday) + hours / kHoursPerDay +
-                    KrvDaysBeforeMonth(static_cast<uint32_t>(snap.tm_mon) + 1, KRV_IsLeapYear(year));
+    uint64_t days = static_cast<uint64_t>(snap.tm_mday) + daysCarried +
+                    KrvDaysBeforeMonth(static_cast<uint32_t>(snap.tm_mon) + 1, KrvIsLeap(year));
     while (days > kLeapYearDays) {
-        days -= KRV_IsLeapYear(year) ? kLeapYearDays : kCommonYearDays;
+        days -= KrvIsLeap(year) ? kLeapYearDays : kCommonYearDays;
         ++year;
     }
-    bool leap = KRV_IsLeapYear(year);
+    bool leap = KrvIsLeap(year);
     uint32_t month = 1;
     if (days == kLeapYearDays && !leap) {
         ++year;  // day 366 of a common year is 1 January of the next
@@ -47,9 +45,34 @@ void KrvNolockDateCarry(const struct tm &snap, uint64_t elapsedMs, KrvDateTime *
     date->year = static_cast<uint16_t>(year);
     date->month = static_cast<uint8_t>(month);
     date->day = static_cast<uint8_t>(days);
-    date->hour = static_cast<uint8_t>(hours % kHoursPerDay);
-    date->minute = static_cast<uint8_t>(minutes % kMinutesPerHour);
-    date->second = static_cast<uint8_t>(seconds % kSecondsPerMinute);
+}
+
+}  // namespace
+
+void KrvNolockDateCarry(const struct tm &snap, uint64_t elapsedMs, KrvDateTime *date)
+{
+    uint64_t seconds = static_cast<uint64_t>(snap.tm_sec) + elapsedMs / kMsPerSecond;
+    uint64_t minutes = static_cast<uint64_t>(snap.tm_min);
+    uint64_t hours = static_cast<uint64_t>(snap.tm_hour);
+    // Snapshots are at most a few seconds old, so usually nothing carries past the seconds.
+    if (seconds >= kSecondsPerMinute) {
+        minutes += seconds / kSecondsPerMinute;
+        seconds %= kSecondsPerMinute;
+        hours += minutes / kMinutesPerHour;
+        minutes %= kMinutesPerHour;
+    }
+    if (hours < kHoursPerDay) {
+        // Still the snapshot's day, which is what the walk through the year would give back.
+        date->year = static_cast<uint16_t>(static_cast<uint32_t>(snap.tm_year) + kTmYearBase);
+        date->month = static_cast<uint8_t>(snap.tm_mon + 1);
+        date->day = static_cast<uint8_t>(snap.tm_mday);
+    } else {
+        KrvNolockDaysCarry(snap, hours / kHoursPerDay, date);
+        hours %= kHoursPerDay;
+    }
+    date->hour = static_cast<uint8_t>(hours);
+    date->minute = static_cast<uint8_t>(minutes);
+    date->second = static_cast<uint8_t>(seconds);
     date->millisecond = static_cast<uint32_t>(elapsedMs % kMsPerSecond);
     date->microsecond = 0;
 }

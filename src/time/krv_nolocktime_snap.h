@@ -22,24 +22,25 @@ public:
     // Publishes a snapshot. One writer at a time; readers may run concurrently.
     void Publish(uint64_t tick, const struct tm &local)
     {
-        Copy(slots_[1], slots_[0]);
+        // Slot 1 takes the current snapshot while the sequence is even, so readers sent there by the
+        // odd sequence below find it whole. Only this writer stores, so it reads its own slot back freely.
+        uint64_t previousTick = 0;
+        struct tm previous {};
+        Load(slots_[0], &previousTick, &previous);
+        Store(slots_[1], previousTick, previous);
         uint32_t seq = seq_.load(std::memory_order_relaxed);
         seq_.store(seq + 1, std::memory_order_release);
         Store(slots_[0], tick, local);
         seq_.store(seq + 2, std::memory_order_release);
     }
 
-    // Reads a consistent tick and broken-down time (all zero before the first Publish). Never
+    // Reads a consistent tick and the nine broken-down fields (all zero before the first Publish). Never
     // blocks, never writes shared memory; repeats only when a publish began or ended meanwhile.
     void Read(uint64_t *tick, struct tm *local) const
     {
         uint32_t seq = seq_.load(std::memory_order_acquire);
         for (;;) {
-            const Slot &slot = slots_[seq & 1];
-            *tick = slot.tick.load(std::memory_order_acquire);
-            for (int i = 0; i < kFieldCount; ++i) {
-                local->*kFields[i] = slot.fields[i].load(std::memory_order_acquire);
-            }
+            Load(slots_[seq & 1], tick, local);
             uint32_t again = seq_.load(std::memory_order_acquire);
             if (again == seq) {
                 return;
@@ -52,32 +53,48 @@ public:
     uint32_t Sequence() const { return seq_.load(std::memory_order_acquire); }
 
 private:
-    // The broken-down fields a slot keeps, in struct tm's order.
-    static constexpr int kFieldCount = 9;
-    static constexpr int tm::*kFields[kFieldCount] = {&tm::tm_sec,  &tm::tm_min,  &tm::tm_hour,
-                                                      &tm::tm_mday, &tm::tm_mon,  &tm::tm_year,
-                                                      &tm::tm_wday, &tm::tm_yday, &tm::tm_isdst};
-
+    // The broken-down time in struct tm's fields, each an atomic of its own.
     struct Slot {
         std::atomic<uint64_t> tick{0};
-        std::atomic<int> fields[kFieldCount]{};
+        std::atomic<int> sec{0};
+        std::atomic<int> min{0};
+        std::atomic<int> hour{0};
+        std::atomic<int> mday{0};
+        std::atomic<int> mon{0};
+        std::atomic<int> year{0};
+        std::atomic<int> wday{0};
+        std::atomic<int> yday{0};
+        std::atomic<int> isdst{0};
     };
 
     static void Store(Slot &slot, uint64_t tick, const struct tm &local)
     {
-        slot.tick.store(tick, std::memory_order_release);
-        for (int i = 0; i < kFieldCount; ++i) {
-            slot.fields[i].store(local.*kFields[i], std::memory_order_release);
-        }
+        constexpr auto kRelease = std::memory_order_release;
+        slot.tick.store(tick, kRelease);
+        slot.sec.store(local.tm_sec, kRelease);
+        slot.min.store(local.tm_min, kRelease);
+        slot.hour.store(local.tm_hour, kRelease);
+        slot.mday.store(local.tm_mday, kRelease);
+        slot.mon.store(local.tm_mon, kRelease);
+        slot.year.store(local.tm_year, kRelease);
+        slot.wday.store(local.tm_wday, kRelease);
+        slot.yday.store(local.tm_yday, kRelease);
+        slot.isdst.store(local.tm_isdst, kRelease);
     }
 
-    // Only the writer calls this, so its own stores need no ordering to be read back.
-    static void Copy(Slot &to, const Slot &from)
+    static void Load(const Slot &slot, uint64_t *tick, struct tm *local)
     {
-        to.tick.store(from.tick.load(std::memory_order_relaxed), std::memory_order_release);
-        for (int i = 0; i < kFieldCount; ++i) {
-            to.fields[i].store(from.fields[i].load(std::memory_order_relaxed), std::memory_order_release);
-        }
+        constexpr auto kAcquire = std::memory_order_acquire;
+        *tick = slot.tick.load(kAcquire);
+        local->tm_sec = slot.sec.load(kAcquire);
+        local->tm_min = slot.min.load(kAcquire);
+        local->tm_hour = slot.hour.load(kAcquire);
+        local->tm_mday = slot.mday.load(kAcquire);
+        local->tm_mon = slot.mon.load(kAcquire);
+        local->tm_year = slot.year.load(kAcquire);
+        local->tm_wday = slot.wday.load(kAcquire);
+        local->tm_yday = slot.yday.load(kAcquire);
+        local->tm_isdst = slot.isdst.load(kAcquire);
     }
 
     // The sequence and slot 0 share the first cache line, which is all a reader touches between updates.

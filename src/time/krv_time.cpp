@@ -27,7 +27,7 @@ int64_t KrvDateSeconds(const KrvDateTime *date)
 {
     int64_t days = static_cast<int64_t>(KrvLeapYearsSince1970(date->year)) + date->day +
                    (static_cast<int64_t>(date->year) - kEpochYear) * kCommonYearDays +
-                   KrvDaysBeforeMonth(date->month, KRV_IsLeapYear(date->year)) - 1;
+                   KrvDaysBeforeMonth(date->month, KrvIsLeap(date->year)) - 1;
     return date->hour * kSecPerHour + days * kSecPerDay + date->second + date->minute * int64_t{kSecondsPerMinute};
 }
 
@@ -48,13 +48,13 @@ int64_t KRV_CurrentSysTimeGet(void)
 
 bool KRV_IsLeapYear(uint32_t year)
 {
-    return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+    return KrvIsLeap(year);
 }
 
 bool KRV_DateTimeCheck(const KrvDateTime *date)
 {
     if (date == nullptr || date->year < kEpochYear || date->month < 1 || date->month > kMonthsPerYear ||
-        date->day == 0 || date->day > KrvMonthDays(date->month, KRV_IsLeapYear(date->year))) {
+        date->day == 0 || date->day > KrvMonthDays(date->month, KrvIsLeap(date->year))) {
         return false;
     }
     return date->hour < kHoursPerDay && date->minute < kMinutesPerHour && date->second < kSecondsPerMinute &&
