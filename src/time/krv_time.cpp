@@ -19,7 +19,8 @@ constexpr int64_t kSecPerHour = int64_t{kMinutesPerHour} * kSecondsPerMinute;
 constexpr int64_t kSecPerDay = kSecPerHour * kHoursPerDay;
 constexpr uint32_t kUsPerMs = 1000;
 
-// Written at start-up, read by every KRV_CurrentSysTimeGet; atomic so a late registration is no data race.
+// Written at start-up, read by every KRV_CurrentSysTimeGet; atomic so that a late registration is no
+// data race, and released so that whatever the function set up before registering it is seen with it.
 std::atomic<KrvSysTimeFunc> g_sysTimeFunc{nullptr};
 
 // Seconds since 1970 of a checked date taken as UTC; the leap days are counted from 1970.
@@ -36,13 +37,13 @@ int64_t KrvDateSeconds(const KrvDateTime *date)
 void KRV_SysTimeFuncReg(KrvSysTimeFunc func)
 {
     if (func != nullptr) {
-        g_sysTimeFunc.store(func, std::memory_order_relaxed);
+        g_sysTimeFunc.store(func, std::memory_order_release);
     }
 }
 
 int64_t KRV_CurrentSysTimeGet(void)
 {
-    KrvSysTimeFunc func = g_sysTimeFunc.load(std::memory_order_relaxed);
+    KrvSysTimeFunc func = g_sysTimeFunc.load(std::memory_order_acquire);
     return func != nullptr ? func() : static_cast<int64_t>(time(nullptr));
 }
 
