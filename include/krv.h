@@ -8,9 +8,15 @@
 #include "krv_osalfs.h"
 #include "krv_osaleno.h"
 #include "krv_reltmr.h"
+#include "krv_time.h"
+#include "krv_nolocktime.h"
 #include "krv_json.h"
 #include "krv_log.h"
 #include "krv_log_ops.h"
+#include "krv_stream.h"
+#include "krv_crc.h"
+#include "krv_arith.h"
+#include "krv_cputick.h"
 #include "krv_array.h"
 
 #endif /* KRV_H */

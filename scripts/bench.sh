@@ -13,11 +13,11 @@ jobs=$(nproc 2>/dev/null || echo 2)
 cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DKRV_BUILD_BENCH=ON -DKRV_BUILD_TESTS=OFF \
   -DKRV_BUILD_EXAMPLES=OFF
 cmake --build build-bench -j "$jobs" --target bench_reltmr bench_log bench_json \
-  bench_array
+  bench_array bench_time
 
 [ $# -gt 0 ] || set -- --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 
-for bench in bench_reltmr bench_log bench_json bench_array; do
+for bench in bench_reltmr bench_log bench_json bench_array bench_time; do
   echo "== $bench"
   "./build-bench/bench/$bench" "$@"
 done

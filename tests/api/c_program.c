@@ -43,6 +43,17 @@ int main(void)
     if (KRV_ArraySaSort(text, 6, sa, 6) != KRV_OK || sa[0] != 5 || sa[5] != 2) {
         return 7;
     }
+    uint8_t be[4];
+    uint32_t crc = 0xFFFFFFFFu;
+    if (KRV_StreamUint32ToByte(0x31323334u, be, sizeof be) != 0 || KRV_Crc32bitMake(be, sizeof be, &crc) != 0 ||
+        KRV_StreamHostToNetUint16(0x0102) != 0x0201) {
+        return 8;
+    }
+    KrvDateTime leapDay = {1972, 3, 1, 0, 0, 0, 0, 0};
+    int64_t utc = 0;
+    if (!KRV_IsLeapYear(1972) || KRV_DateToUtcTimeConvert(&leapDay, &utc) != 0 || utc != 68256000) {
+        return 9;
+    }
     puts("c program ok");
     return 0;
 }
