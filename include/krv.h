@@ -15,5 +15,6 @@
 #include "krv_crc.h"
 #include "krv_arith.h"
 #include "krv_cputick.h"
+#include "krv_sleep.h"
 
 #endif /* KRV_H */
