@@ -16,5 +16,6 @@
 #include "krv_arith.h"
 #include "krv_cputick.h"
 #include "krv_sleep.h"
+#include "krv_tick.h"
 
 #endif /* KRV_H */
