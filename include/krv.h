@@ -17,5 +17,6 @@
 #include "krv_cputick.h"
 #include "krv_sleep.h"
 #include "krv_tick.h"
+#include "krv_mempool.h"
 
 #endif /* KRV_H */

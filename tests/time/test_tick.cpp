@@ -13,6 +13,7 @@
 #include "krv_tick.h"
 #include "support/krv_test_support.h"
 #include "time/fake_cputick.h"
+#include "time/init_sweep.h"
 #include "time/krv_cputick_internal.h"
 
 namespace {
@@ -121,27 +122,15 @@ TEST(Tick, AFailedInitUndoesEveryStep)
     FakeCpuTick::Set(1000);
     std::vector<uint32_t> codes;
     std::vector<Line> lines;
-    for (unsigned failing = 0;; ++failing) {
-        uint32_t rc;
-        unsigned refused;
-        {
-            krvtest::AllocFailure fail(failing, 1);
-            rc = KRV_TickInit();
-            refused = fail.Failed();
-        }
-        if (rc == 0) {
-            KRV_TickFini();  // the refused allocation had a fallback (the stdio buffer)
-        } else {
+    krvtest::InitSweep(KRV_TickInit, KRV_TickFini, [&](uint32_t rc) {
+        if (rc != 0) {
             codes.push_back(rc);
             for (const Line &line : Take(diags)) {
                 lines.push_back(line);
             }
         }
         ExpectNothingLeft(diags);
-        if (refused == 0) {
-            break;
-        }
-    }
+    });
     EXPECT_EQ(12u, codes.front());
     EXPECT_EQ(22u, codes.back()) << "the sleep registry is the last allocation";
     auto seen = [&](const Line &line) { return std::find(lines.begin(), lines.end(), line) != lines.end(); };
