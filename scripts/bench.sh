@@ -5,17 +5,19 @@
 # usually shared.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/deps.sh libbenchmark-dev libuv1-dev libspdlog-dev libcjson-dev rapidjson-dev
+bash scripts/deps.sh libbenchmark-dev libuv1-dev libspdlog-dev libcjson-dev rapidjson-dev \
+  zlib1g-dev libboost-dev libjemalloc-dev
 jobs=$(nproc 2>/dev/null || echo 2)
 [ "$jobs" -le 2 ] || jobs=2
 
 cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DKRV_BUILD_BENCH=ON -DKRV_BUILD_TESTS=OFF \
   -DKRV_BUILD_EXAMPLES=OFF
-cmake --build build-bench -j "$jobs" --target bench_reltmr bench_log bench_json
+cmake --build build-bench -j "$jobs" --target bench_reltmr bench_log bench_json \
+  bench_crc bench_mempool
 
 [ $# -gt 0 ] || set -- --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 
-for bench in bench_reltmr bench_log bench_json; do
+for bench in bench_reltmr bench_log bench_json bench_crc bench_mempool; do
   echo "== $bench"
   "./build-bench/bench/$bench" "$@"
 done
