@@ -23,7 +23,8 @@ int main(void)
     }
     KRV_OsalMemFree(block);
     KrvMutex mutex = NULL;
-    if (KRV_OsalMutexCreate(&mutex) != 0 || KRV_OsalMutexDestroy(&mutex) != 0 || mutex != NULL) {
+    if (KRV_OsalMutexCreate(&mutex) != KRV_OK || KRV_OsalMutexDestroy(&mutex) != KRV_OK || mutex != NULL ||
+        KRV_OsalMutexDestroy(&mutex) != KRV_ERR_INVALID) {
         return 3;
     }
     if (KRV_LogHookReg(CountingHook) != 0) {
@@ -34,12 +35,14 @@ int main(void)
     if (g_hookCalls != 1) {
         return 5;
     }
+    if (KRV_LogOpsDropCountGet() != 0 || KRV_LogOpsFlush(0) != KRV_ERR_NOT_INIT) {
+        return 6;
+    }
     uint8_t be[4];
     uint32_t crc = 0xFFFFFFFFu;
-    if (KRV_StreamUint32ToByte(0x31323334u, be, sizeof be) != 0 || KRV_Crc32bitMake(be, sizeof be, &crc) != 0 ||
-        KRV_StreamHostToNetUint16(0x0102) != 0x0201 || KRV_CpuTickJiffiesToMS(3) != 30 ||
-        KRV_CpuTick2Ns(5) != 0) {
-        return 6;
+    if (KRV_StreamUint32ToByte(0x31323334u, be, sizeof be) != KRV_OK || KRV_Crc32bitMake(be, sizeof be, &crc) != KRV_OK ||
+        KRV_StreamHostToNetUint16(0x0102) != 0x0201 || KRV_CpuTickJiffiesToMS(3) != 30 || KRV_CpuTick2Ns(5) != 0) {
+        return 7;
     }
     puts("c program ok");
     return 0;
