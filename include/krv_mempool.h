@@ -8,7 +8,7 @@
 extern "C" {
 #endif
 
-/* Result codes besides 0, 12, 22 and 124. */
+/* Result codes besides KRV_OK, KRV_ERR_NOMEM, KRV_ERR_INVALID and KRV_ERR_NOT_INIT. */
 #define KRV_MEMPOOL_ERR_UNIT_FREE 0x21301002u      /* release of a unit that is already free */
 #define KRV_MEMPOOL_ERR_POOL_LIMIT 0x21301003u     /* no more pools can be created */
 #define KRV_MEMPOOL_ERR_NAME_EXISTS 0x21301004u    /* a pool of that name exists */
@@ -43,22 +43,23 @@ typedef struct KrvMemUnitHead {
     uint8_t reserved2[8];    /* zero */
 } KrvMemUnitHead;
 
-/* Starts the module (and the system tick) or counts one more user; returns 0, 12, the code of
-   KRV_TickInit or of the mutex creation. Call from one thread at a time. */
+/* Starts the module (and the system tick) or counts one more user; returns KRV_OK, KRV_ERR_NOMEM,
+   the code of KRV_TickInit or of the mutex creation. Call from one thread at a time. */
 uint32_t KRV_MemPoolInit(void);
 /* Counts one user out; the last one frees every pool's bookkeeping (not the caller's regions) and
-   the system tick. Returns 0. */
+   the system tick. Returns KRV_OK. */
 uint32_t KRV_MemPoolFini(void);
 /* Carves the caller's region [startAddr, startAddr + poolSize) (4-byte aligned) into units of
    unitSize bytes (57 or more, dividing poolSize) and stores the new pool's id in *poolId. The region
-   stays the caller's and must outlive the module. Returns 0, 124, 22, 12 or a KRV_MEMPOOL_ERR_* code. */
+   stays the caller's and must outlive the module. Returns KRV_OK, KRV_ERR_NOT_INIT, KRV_ERR_INVALID, KRV_ERR_NOMEM or a
+   KRV_MEMPOOL_ERR_* code. */
 uint32_t KRV_MemPoolCreate(const char *name, void *startAddr, uint32_t poolSize, uint32_t unitSize,
                            uint32_t *poolId);
 /* Returns the usable part of a free unit of poolId (units in address order at first, then the one
    released last), or null when none is free (not logged) or on a bad id (logged). Lock-free. */
 void *KRV_MemPoolAlloc(uint32_t poolId);
-/* Returns the unit at memUnit (an address from KRV_MemPoolAlloc) to poolId; returns 0, 124, 22 or a
-   KRV_MEMPOOL_ERR_* code (these last ones not logged). Lock-free. */
+/* Returns the unit at memUnit (an address from KRV_MemPoolAlloc) to poolId; returns KRV_OK, KRV_ERR_NOT_INIT,
+   KRV_ERR_INVALID or a KRV_MEMPOOL_ERR_* code (these last ones not logged). Lock-free. */
 uint32_t KRV_MemPoolFree(uint32_t poolId, void *memUnit);
 /* Returns the number of units of poolId not handed out, or 0 on a bad id or without the module. */
 uint32_t KRV_MemUnUsedUnitGet(uint32_t poolId);

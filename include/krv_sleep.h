@@ -15,11 +15,11 @@ extern "C" {
 /* A sleep hook; its result is ignored by the registry. */
 typedef uint32_t (*KrvSleepFunc)(void);
 
-/* Appends the pair (both non-null), creating the registry on first use; returns 0 or 22 (null hook,
-   registry not allocated, or 10 pairs registered already). Call at start-up, one thread at a time. */
+/* Appends the pair (both non-null), creating the registry on first use; returns KRV_OK or KRV_ERR_INVALID
+   (null hook, registry not allocated, or 10 pairs registered already). Call at start-up, one thread at a time. */
 uint32_t KRV_SleepFuncReg(KrvSleepFunc startFunc, KrvSleepFunc endFunc);
 /* Removes the pair, which must be the last one registered; the registry goes with the last pair.
-   Returns 0, 22 (null hook, or not the last pair) or 124 (no registry). */
+   Returns KRV_OK, KRV_ERR_INVALID (null hook, or not the last pair) or KRV_ERR_NOT_INIT (no registry). */
 uint32_t KRV_SleepFuncUnRegister(KrvSleepFunc startFunc, KrvSleepFunc endFunc);
 /* Before the system sleeps: marks the registry sleeping, then runs every start hook in registration
    order. Does nothing without a registry or when already sleeping. */

@@ -115,7 +115,8 @@ TEST(MemPool, CreationChecksRunInOrder)
         {"a", r, 100, 60, &id, Error(22, 420, sizes + "100, unitSize:60")},
         {"a", nearTop, 570, 57, &id, Error(22, 423, "The poolSize is too large, poolSize is 570")},
         {"a", r + 2, 570, 57, &id, Error(22, 428, "The Param startAddr must be 4 bytes aligned!")},
-        {"a", reinterpret_cast<uint8_t *>(0x100000), 57 * 65536, 57, &id, Error(0x2130100B, 246, "Unit number[65536] overflow.")},
+        {"a", reinterpret_cast<uint8_t *>(0x100000), 57 * 65536, 57, &id,
+         Error(0x2130100B, 246, "Unit number[65536] overflow.")},  // the region is never touched
     };
     for (const auto &[name, start, poolSize, unitSize, out, line] : refusals) {
         EXPECT_NE(0u, KRV_MemPoolCreate(name, start, poolSize, unitSize, out));
@@ -148,7 +149,8 @@ TEST(MemPool, CreationChecksRunInOrder)
         ASSERT_EQ(0u, KRV_MemPoolCreate(("p" + std::to_string(n)).c_str(), r + 4096 + n * 60, 60, 60, &id));
     }
     EXPECT_EQ(0x21301003u, KRV_MemPoolCreate("last", r + 8192, 60, 60, &id));
-    EXPECT_EQ(std::vector<Line>{Error(0x21301003, 454, "Can't create more memory pool, currentPoolNum:32")}, Take(diags));
+    EXPECT_EQ(std::vector<Line>{Error(0x21301003, 454, "Can't create more memory pool, currentPoolNum:32")},
+              Take(diags));
     EXPECT_EQ(0u, KRV_MemPoolFini());
 }
 
@@ -187,7 +189,8 @@ TEST(MemPool, UnitsGoOutInAddressOrderAndComeBackLastInFirstOut)
     const KrvMemUnitHead zeros = {};
     EXPECT_TRUE(h.magic == KRV_MEMPOOL_UNIT_MAGIC && h.state == 1 && h.allocTickHigh == 1 && h.allocTickLow == 2 &&
                 h.freeTickHigh == 0 && h.freeTickLow == 0);
-    EXPECT_TRUE(std::memcmp(h.reserved1, zeros.reserved1, 24) == 0 && std::memcmp(h.reserved2, zeros.reserved2, 8) == 0);
+    EXPECT_TRUE(std::memcmp(h.reserved1, zeros.reserved1, 24) == 0 &&
+                std::memcmp(h.reserved2, zeros.reserved2, 8) == 0);
     krvtest::FakeCpuTick::Advance(3ull * base);
     EXPECT_EQ(0u, KRV_MemPoolFree(pool, a));
     h = Head(a);
