@@ -17,6 +17,9 @@
 #include "krv_crc.h"
 #include "krv_arith.h"
 #include "krv_cputick.h"
+#include "krv_sleep.h"
+#include "krv_tick.h"
+#include "krv_mempool.h"
 #include "krv_array.h"
 
 #endif /* KRV_H */

@@ -8,7 +8,8 @@
 extern "C" {
 #endif
 
-/* Updates *crc in place over count bytes of data; returns 0, or 1 (null data or crc, count 0; logged).
+/* Updates *crc in place over count bytes of data; returns KRV_OK, or KRV_ERR_FAILED (null data or crc,
+   count 0; logged).
    No initial value and no final XOR are applied: seed *crc with 0xFFFFFFFF and XOR the result with
    0xFFFFFFFF for the usual check value 0xFC891918 of "123456789". Pieces compose: updating over a
    then b equals one update over a followed by b. */

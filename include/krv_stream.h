@@ -9,21 +9,24 @@
 extern "C" {
 #endif
 
-/* Reads 2 big-endian bytes of buf into *value; returns 0, or 22 (len not 2, or a null pointer; *value untouched). */
+/* Reads 2 big-endian bytes of buf into *value; returns KRV_OK, or KRV_ERR_INVALID (len not 2, or a null
+   pointer; *value untouched). */
 uint32_t KRV_StreamByteToUint16(const uint8_t *buf, size_t len, uint16_t *value);
-/* Writes value as 2 big-endian bytes into buf; returns 0, or 22 (null buf or len not 2). */
+/* Writes value as 2 big-endian bytes into buf; returns KRV_OK, or KRV_ERR_INVALID (null buf or len not 2). */
 uint32_t KRV_StreamUint16ToByte(uint16_t value, uint8_t *buf, size_t len);
-/* Reads 3 big-endian bytes of buf into the whole 64-bit *value; returns 0 or 22 (len not 3, or a null pointer). */
+/* Reads 3 big-endian bytes of buf into the whole 64-bit *value; returns KRV_OK or KRV_ERR_INVALID (len not 3,
+   or a null pointer). */
 uint32_t KRV_StreamByteToUint24(const uint8_t *buf, size_t len, uint64_t *value);
-/* Writes bits 0-23 of value as 3 big-endian bytes into buf; returns 0 or 22 (null buf or len not 3). */
+/* Writes bits 0-23 of value as 3 big-endian bytes into buf; returns KRV_OK or KRV_ERR_INVALID (null buf or
+   len not 3). */
 uint32_t KRV_StreamUint24ToByte(uint64_t value, uint8_t *buf, size_t len);
-/* Reads 4 big-endian bytes of buf into *value; returns 0 or 22 (len not 4, or a null pointer). */
+/* Reads 4 big-endian bytes of buf into *value; returns KRV_OK or KRV_ERR_INVALID (len not 4, or a null pointer). */
 uint32_t KRV_StreamByteToUint32(const uint8_t *buf, size_t len, uint32_t *value);
-/* Writes value as 4 big-endian bytes into buf; returns 0 or 22 (null buf or len not 4). */
+/* Writes value as 4 big-endian bytes into buf; returns KRV_OK or KRV_ERR_INVALID (null buf or len not 4). */
 uint32_t KRV_StreamUint32ToByte(uint32_t value, uint8_t *buf, size_t len);
-/* Reads 8 big-endian bytes of buf into *value; returns 0 or 22 (len not 8, or a null pointer). */
+/* Reads 8 big-endian bytes of buf into *value; returns KRV_OK or KRV_ERR_INVALID (len not 8, or a null pointer). */
 uint32_t KRV_StreamByteToUint64(const uint8_t *buf, size_t len, uint64_t *value);
-/* Writes value as 8 big-endian bytes into buf; returns 0 or 22 (null buf or len not 8). */
+/* Writes value as 8 big-endian bytes into buf; returns KRV_OK or KRV_ERR_INVALID (null buf or len not 8). */
 uint32_t KRV_StreamUint64ToByte(uint64_t value, uint8_t *buf, size_t len);
 
 /* Return value with its bytes reversed. Host to network and network to host are one function

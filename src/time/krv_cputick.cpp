@@ -23,12 +23,11 @@ std::atomic<KrvCpuTickState *> g_state{nullptr};
 uint32_t g_refCount = 0;  // init and fini run from one thread at a time
 std::atomic<KrvCpuTickGetFunc> g_readFunc{nullptr};
 
-// Frees a state that failed its checks; the caller returns code.
-uint32_t Discard(KrvCpuTickState *state, uint32_t code)
+// Unpublishes and frees the state (or one that failed its checks before being published).
+void StateFree(KrvCpuTickState *state)
 {
-    KRV_OsalMemFree(state);
     g_state.store(nullptr, std::memory_order_release);
-    return code;
+    KRV_OsalMemFree(state);
 }
 
 }  // namespace
@@ -64,13 +63,15 @@ uint32_t KRV_CpuTickInit(void)
     state->cpuTickBase = base;
     if (base == 0) {
         KRV_DIAG(KRV_CPUTICK_ERR_BASE_ZERO, "Cpu Tick Init failed");
-        return Discard(state, KRV_CPUTICK_ERR_BASE_ZERO);
+        StateFree(state);
+        return KRV_CPUTICK_ERR_BASE_ZERO;
     }
     if (base <= kMsBaseProductLimit) {
         state->cpuTick2msBase = base * 100u / 1000u;
         if (state->cpuTick2msBase == 0) {
             KRV_DIAG(KRV_CPUTICK_ERR_MS_BASE_ZERO, "cpu tick is zero");
-            return Discard(state, KRV_CPUTICK_ERR_MS_BASE_ZERO);
+            StateFree(state);
+            return KRV_CPUTICK_ERR_MS_BASE_ZERO;
         }
     } else {
         state->cpuTick2msBase = base / state->jiffyMs;
@@ -87,7 +88,7 @@ void KRV_CpuTickFini(void)
         return;
     }
     if (g_refCount-- == 1) {
-        Discard(state, KRV_OK);
+        StateFree(state);
     }
 }
 

@@ -8,7 +8,7 @@
 // The process-wide tick state, created by the first KRV_CpuTickInit.
 struct KrvCpuTickState {
     uint64_t reserved;            // zero
-    uint32_t (*baseSource)(void); // alternative base source; kept null, the base always comes from KRV_OsalCpuTickBaseGet
+    uint32_t (*baseSource)(void); // alternative base source; always null: the base comes from KRV_OsalCpuTickBaseGet
     uint32_t magic;               // kCpuTickMagic
     uint32_t cpuTickBase;         // CPU ticks per 10 ms jiffy
     uint32_t jiffyMs;             // milliseconds per jiffy, always 10

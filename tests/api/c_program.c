@@ -45,8 +45,8 @@ int main(void)
     }
     uint8_t be[4];
     uint32_t crc = 0xFFFFFFFFu;
-    if (KRV_StreamUint32ToByte(0x31323334u, be, sizeof be) != 0 || KRV_Crc32bitMake(be, sizeof be, &crc) != 0 ||
-        KRV_StreamHostToNetUint16(0x0102) != 0x0201) {
+    if (KRV_StreamUint32ToByte(0x31323334u, be, sizeof be) != KRV_OK || KRV_Crc32bitMake(be, sizeof be, &crc) != KRV_OK ||
+        KRV_StreamHostToNetUint16(0x0102) != 0x0201 || KRV_CpuTickJiffiesToMS(3) != 30 || KRV_CpuTick2Ns(5) != 0) {
         return 8;
     }
     KrvDateTime leapDay = {1972, 3, 1, 0, 0, 0, 0, 0};

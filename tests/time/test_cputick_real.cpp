@@ -26,7 +26,7 @@ TEST(CpuTickReal, TheCounterAdvancesAtTheParsedRate)
     const uint64_t before = KRV_CpuTickGet();
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     const uint64_t ns = KRV_CpuTick2Ns(KRV_CpuTickGet() - before);
-    EXPECT_GE(ns, 40000000u);       // generous: the clock rate in cpuinfo may differ from the counter's
+    EXPECT_GE(ns, 10000000u);  // generous: the clock rate in cpuinfo may differ from the counter's
     EXPECT_LE(ns, 10000000000u);
     KRV_CpuTickFini();
     EXPECT_EQ(nullptr, krv::cputick::StateGet());

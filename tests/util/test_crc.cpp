@@ -47,8 +47,9 @@ TEST(Crc, CheckValuesPiecesAndRefusals)
         EXPECT_TRUE(d.code == 1 && d.level == 2 && d.file == "krv_crc") << d.msg;
         msgs.push_back(d.msg);
     }
-    EXPECT_EQ((std::vector<std::string>{"Param Invalid, count(0)", "Param Invalid, count(9)", "Param Invalid, count(9)"}),
-              msgs);
+    EXPECT_EQ(
+        (std::vector<std::string>{"Param Invalid, count(0)", "Param Invalid, count(9)", "Param Invalid, count(9)"}),
+        msgs);
 }
 
 // Random lengths, seeds, start alignments and piece splits, through the exported function and

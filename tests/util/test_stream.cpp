@@ -29,7 +29,8 @@ TEST(Stream, ReadsAndWritesMostSignificantByteFirst)
     EXPECT_EQ(0u, KRV_StreamUint32ToByte(0xA1B2C3D4u, out, 4));
     EXPECT_EQ(0u, KRV_StreamUint24ToByte(0x12345678u, out + 4, 3));  // bits above 23 are dropped
     EXPECT_EQ(0u, KRV_StreamUint16ToByte(0xBEEFu, out + 6, 2));
-    EXPECT_EQ((std::vector<uint8_t>{0xA1, 0xB2, 0xC3, 0xD4, 0x34, 0x56, 0xBE, 0xEF}), std::vector<uint8_t>(out, out + 8))
+    EXPECT_EQ((std::vector<uint8_t>{0xA1, 0xB2, 0xC3, 0xD4, 0x34, 0x56, 0xBE, 0xEF}),
+              std::vector<uint8_t>(out, out + 8))
         << "the 16-bit write replaces the last byte of the 24-bit one";
 }
 
@@ -63,9 +64,10 @@ TEST(Stream, NetworkOrderReversesAndBothNamesAreOneEntryPoint)
     EXPECT_EQ(0x3412u, KRV_StreamHostToNetUint16(0x1234));
     EXPECT_EQ(0x44332211u, KRV_StreamHostToNetUint32(0x11223344u));
     EXPECT_EQ(0x0807060504030201ull, KRV_StreamNetToHostUint64(0x0102030405060708ull));
-    EXPECT_EQ(reinterpret_cast<void *>(&KRV_StreamHostToNetUint16), reinterpret_cast<void *>(&KRV_StreamNetToHostUint16));
-    EXPECT_EQ(reinterpret_cast<void *>(&KRV_StreamHostToNetUint32), reinterpret_cast<void *>(&KRV_StreamNetToHostUint32));
-    EXPECT_EQ(reinterpret_cast<void *>(&KRV_StreamHostToNetUint64), reinterpret_cast<void *>(&KRV_StreamNetToHostUint64));
+    auto address = [](auto fn) { return reinterpret_cast<void *>(fn); };
+    EXPECT_EQ(address(&KRV_StreamHostToNetUint16), address(&KRV_StreamNetToHostUint16));
+    EXPECT_EQ(address(&KRV_StreamHostToNetUint32), address(&KRV_StreamNetToHostUint32));
+    EXPECT_EQ(address(&KRV_StreamHostToNetUint64), address(&KRV_StreamNetToHostUint64));
 }
 
 }  // namespace
