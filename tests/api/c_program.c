@@ -48,23 +48,39 @@ int main(void)
     if (KRV_LogOpsDropCountGet() != 0 || KRV_LogOpsFlush(0) != KRV_ERR_NOT_INIT) {
         return 6;
     }
+    const uint8_t text[] = {'b', 'a', 'n', 'a', 'n', 'a'};
+    size_t sa[6] = {0};
+    if (KRV_ArraySaSort(text, 6, sa, 6) != KRV_OK || sa[0] != 5 || sa[5] != 2) {
+        return 7;
+    }
+    uint8_t be[4];
+    uint32_t crc = 0xFFFFFFFFu;
+    if (KRV_StreamUint32ToByte(0x31323334u, be, sizeof be) != KRV_OK || KRV_Crc32bitMake(be, sizeof be, &crc) != KRV_OK ||
+        KRV_StreamHostToNetUint16(0x0102) != 0x0201 || KRV_CpuTickJiffiesToMS(3) != 30 || KRV_CpuTick2Ns(5) != 0) {
+        return 8;
+    }
+    KrvDateTime leapDay = {1972, 3, 1, 0, 0, 0, 0, 0};
+    int64_t utc = 0;
+    if (!KRV_IsLeapYear(1972) || KRV_DateToUtcTimeConvert(&leapDay, &utc) != 0 || utc != 68256000) {
+        return 9;
+    }
     KrvHashElemFuncs plain = {NULL, NULL};
     KrvHashTable *table = KRV_HashCreate(8, IdentityHash, SameWord, &plain, &plain);
     uint64_t value = 0;
     if (table == NULL || KRV_HashInsert(table, 3, 30) != KRV_OK || KRV_HashAt(table, 3, &value) != KRV_OK ||
         value != 30 || KRV_HashCountGet(table) != 1) {
-        return 7;
+        return 10;
     }
     KRV_HashDestroy(table);
-    char *text = NULL;
-    if (KRV_Base64Encode((const uint8_t *)"foo", 3, &text) != KRV_OK || strcmp(text, "Zm9v") != 0) {
-        return 8;
+    char *encoded = NULL;
+    if (KRV_Base64Encode((const uint8_t *)"foo", 3, &encoded) != KRV_OK || strcmp(encoded, "Zm9v") != 0) {
+        return 11;
     }
-    KRV_OsalMemFree(text);
+    KRV_OsalMemFree(encoded);
     size_t trimmed = 0;
     char out[8];
     if (KRV_StrlibSpaceDeleteEx(" ab ", 4, out, &trimmed) != KRV_OK || trimmed != 2 || !KRV_StrIsDecDigit("42")) {
-        return 9;
+        return 12;
     }
     puts("c program ok");
     return 0;

@@ -1,5 +1,6 @@
 #include "support/krv_test_support.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -121,6 +122,17 @@ std::vector<std::string> CloseFilesUnder(const std::string &dir)
         closed.push_back(path);
     }
     return closed;
+}
+
+size_t ThreadCount()
+{
+    size_t count = 0;
+    DIR *dir = opendir("/proc/self/task");
+    while (dirent *entry = readdir(dir)) {
+        count += entry->d_name[0] != '.';
+    }
+    closedir(dir);
+    return count;
 }
 
 }  // namespace krvtest

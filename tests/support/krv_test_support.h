@@ -72,6 +72,10 @@ public:
     unsigned Failed() const;
 };
 
+// Threads of this process as /proc/self/task lists them. A joined thread can stay listed for a moment,
+// so compare by polling.
+size_t ThreadCount();
+
 }  // namespace krvtest
 
 #endif  // KRV_TEST_SUPPORT_H
