@@ -6,6 +6,16 @@
 
 static unsigned g_hookCalls;
 
+static uint64_t IdentityHash(uint64_t key, uint64_t bucketSize)
+{
+    return key % bucketSize;
+}
+
+static bool SameWord(uint64_t storedKey, uint64_t key)
+{
+    return storedKey == key;
+}
+
 static void CountingHook(uint32_t errCode, uint32_t level, const char *fileName, uint32_t line, const char *msg)
 {
     (void)errCode; (void)level; (void)fileName; (void)line; (void)msg;
@@ -53,6 +63,24 @@ int main(void)
     int64_t utc = 0;
     if (!KRV_IsLeapYear(1972) || KRV_DateToUtcTimeConvert(&leapDay, &utc) != 0 || utc != 68256000) {
         return 9;
+    }
+    KrvHashElemFuncs plain = {NULL, NULL};
+    KrvHashTable *table = KRV_HashCreate(8, IdentityHash, SameWord, &plain, &plain);
+    uint64_t value = 0;
+    if (table == NULL || KRV_HashInsert(table, 3, 30) != KRV_OK || KRV_HashAt(table, 3, &value) != KRV_OK ||
+        value != 30 || KRV_HashCountGet(table) != 1) {
+        return 10;
+    }
+    KRV_HashDestroy(table);
+    char *encoded = NULL;
+    if (KRV_Base64Encode((const uint8_t *)"foo", 3, &encoded) != KRV_OK || strcmp(encoded, "Zm9v") != 0) {
+        return 11;
+    }
+    KRV_OsalMemFree(encoded);
+    size_t trimmed = 0;
+    char out[8];
+    if (KRV_StrlibSpaceDeleteEx(" ab ", 4, out, &trimmed) != KRV_OK || trimmed != 2 || !KRV_StrIsDecDigit("42")) {
+        return 12;
     }
     puts("c program ok");
     return 0;
