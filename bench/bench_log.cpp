@@ -1,20 +1,24 @@
 // Logging: what a producer pays per line, and how many lines per second reach the file, through
-// Hok::Log streams and through KRV_LogWrite on the file backend, beside spdlog's asynchronous file
-// logger (blocking and overrun-oldest queues).
+// KRV_LogWrite on the file backend and through Hok::Log streams, beside spdlog's asynchronous file
+// logger (blocking queue of 8192 messages, one worker), from one and from two producer threads.
 //
-// Our backend queues at most 300 lines and drops a line when the queue is full (printing "log buf
-// add failed, buffer is full" for each one, which these cases send to /dev/null); its writer naps
-// 50 ms whenever the queue is empty. spdlog's default queue holds 8192 messages. After each run the
-// files are counted once the writer has gone quiet, so the dropped count is what really went missing.
+// Both are measured in steady state: before the timed loop, a warm-up fills the queue (our 300
+// slots, spdlog's 8192). From then on spdlog's producers wait for its worker, while ours drop a line
+// whenever the 300 slots are full (printing "log buf add failed, buffer is full", sent to /dev/null
+// here, its cost included). So every row also reports how many lines reached the file and how many
+// were dropped; after the run the queue is drained (KRV_LogOpsFlush, or spdlog's worker joined) and
+// the files are counted, and the counts must add up to every line produced.
 #include <benchmark/benchmark.h>
 #include <spdlog/async.h>
 #include <spdlog/async_logger.h>
 #include <spdlog/sinks/basic_file_sink.h>
 
+#include <atomic>
 #include <chrono>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -30,14 +34,25 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int64_t kLinesPerRun = 200000;
+constexpr int64_t kLinesPerThread = 200000;
+constexpr int64_t kOurWarmup = 2000;      // many times our 300 slots
+constexpr int64_t kSpdlogWarmup = 16384;  // twice spdlog's 8192 slots
 constexpr uint32_t kLogSize = 1024u * 1024u * 1024u;  // files of 341 MiB: no rotation loses lines
+constexpr uint32_t kFlushTimeoutMs = 60000;
 constexpr char kAppId[] = "benchlog";
 constexpr size_t kSpdlogQueue = 8192;
 
 double Seconds(Clock::duration d)
 {
     return std::chrono::duration<double>(d).count();
+}
+
+// CPU time of the calling thread, in nanoseconds: what producing cost, without the time spent waiting.
+double ThreadCpuNs()
+{
+    struct timespec now = {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return 1e9 * static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec);
 }
 
 // A fresh, canonical directory for one run's files, removed with everything in it afterwards.
@@ -86,89 +101,79 @@ uint64_t CountLines(const std::string &dir)
     return lines;
 }
 
-// Waits until the files below dir have stopped growing for 300 ms (several writer naps) and
-// returns the time from the call to the last growth seen.
-Clock::duration WaitForQuietFiles(const std::string &dir)
-{
-    Clock::time_point start = Clock::now();
-    Clock::time_point lastGrowth = start;
-    uint64_t seen = CountLines(dir);
-    while (Clock::now() - lastGrowth < std::chrono::milliseconds(300)) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        uint64_t now = CountLines(dir);
-        if (now != seen) {
-            seen = now;
-            lastGrowth = Clock::now();
-        }
-    }
-    return lastGrowth - start;
-}
+// What one library needs for a run: start it (into a directory), produce one line, drain and stop
+// it, and say how many lines it dropped.
+struct Library {
+    bool (*start)(const std::string &dir);
+    void (*produce)(int64_t seq);
+    void (*drainAndStop)();
+    uint64_t (*dropped)();
+    int64_t warmup;
+};
 
-void ReportDelivery(benchmark::State &state, uint64_t produced, uint64_t inFile, Clock::duration producing,
-                    Clock::duration draining)
-{
-    state.counters["in_file"] = static_cast<double>(inFile);
-    state.counters["dropped"] = static_cast<double>(produced - inFile);
-    state.counters["drain_ms"] = Seconds(draining) * 1e3;
-    state.counters["file_lines_per_s"] = static_cast<double>(inFile) / Seconds(producing + draining);
-}
+// State of one run, shared by its producer threads; thread 0 sets it up and tears it down, the
+// others only produce (Google Benchmark starts and ends the timed loop of all threads together).
+struct Run {
+    std::unique_ptr<ScratchDir> dir;
+    std::unique_ptr<krvbench::QuietStdout> quiet;
+    Clock::time_point started;
+    std::atomic<uint64_t> produced{0};
+};
+Run g_run;
 
-// Runs produce(firstLine) once per iteration, which returns how many lines it wrote, with our file
-// backend started by start(dir) and stopped by stop(), then counts what reached the files. Iteration counts are fixed so every library gets
-// the same burst.
-template <typename Start, typename Produce, typename Stop>
-void RunOurs(benchmark::State &state, Start start, Produce produce, Stop stop)
+// Times produce() per line on every thread, then checks and reports what reached the files.
+void Measure(benchmark::State &state, const Library &lib)
 {
-    ScratchDir dir;
-    uint64_t produced = 0;
-    Clock::duration producing{};
-    {
-        krvbench::QuietStdout quiet;
-        if (dir.Path().empty() || !start(dir.Path())) {
+    if (state.thread_index() == 0) {
+        g_run.dir = std::make_unique<ScratchDir>();
+        g_run.quiet = std::make_unique<krvbench::QuietStdout>();
+        g_run.produced = 0;
+        g_run.started = Clock::now();
+        if (g_run.dir->Path().empty() || !lib.start(g_run.dir->Path())) {
+            g_run.quiet.reset();
             state.SkipWithError("could not start logging");
-            return;
         }
-        Clock::time_point t0 = Clock::now();
-        for (auto _ : state) {
-            produced += static_cast<uint64_t>(produce(static_cast<int64_t>(produced)));
+        for (int64_t i = 0; i < lib.warmup; ++i) {
+            lib.produce(-1 - i);
         }
-        producing = Clock::now() - t0;
+        g_run.produced = static_cast<uint64_t>(lib.warmup);
     }
-    Clock::duration draining = WaitForQuietFiles(dir.Path());
-    uint64_t inFile = CountLines(dir.Path());
-    {
-        krvbench::QuietStdout quiet;
-        stop();
+    int64_t seq = 0;
+    Clock::time_point t0;
+    double cpu0 = 0;
+    for (auto _ : state) {
+        if (seq == 0) {
+            t0 = Clock::now();
+            cpu0 = ThreadCpuNs();
+        }
+        lib.produce(seq++);
     }
-    ReportDelivery(state, produced, inFile, producing, draining);
+    const Clock::duration producing = Clock::now() - t0;
+    const double lines = static_cast<double>(seq);
+    g_run.produced += static_cast<uint64_t>(seq);
+    state.counters["ns_per_line"] =
+        benchmark::Counter(1e9 * Seconds(producing) / lines, benchmark::Counter::kAvgThreads);
+    state.counters["cpu_ns_per_line"] =
+        benchmark::Counter((ThreadCpuNs() - cpu0) / lines, benchmark::Counter::kAvgThreads);
+    if (state.thread_index() != 0) {
+        return;
+    }
+    // The end of the timed loop waits for every thread, so all lines have been produced.
+    lib.drainAndStop();
+    const Clock::duration elapsed = Clock::now() - g_run.started;
+    g_run.quiet.reset();
+    const uint64_t inFile = CountLines(g_run.dir->Path()), dropped = lib.dropped();
+    if (inFile + dropped != g_run.produced) {
+        state.SkipWithError("lines in the files and dropped lines do not add up to the lines produced");
+    }
+    state.counters["dropped_pct"] = 100.0 * static_cast<double>(dropped) / static_cast<double>(g_run.produced);
+    state.counters["file_lines_per_s"] = static_cast<double>(inFile) / Seconds(elapsed);
+    g_run.dir.reset();
 }
 
-Hok::Log::Logger *g_logger = nullptr;
+// --- ours
 
-bool StartHokLog(const std::string &dir)
-{
-    Hok::Log::InitLogging(kAppId, dir, kLogSize, Hok::Log::LOG_LEVEL_INFO, Hok::Log::LOG_MODE_FILE);
-    g_logger = Hok::Log::IsLogInited() ? Hok::Log::CreateLogger("bench", "benchmark lines") : nullptr;
-    return g_logger != nullptr;
-}
-
-void StopHokLog()
-{
-    g_logger->Destroy();
-    g_logger = nullptr;
-    Hok::Log::FiniLogging();
-}
-
-void BM_HokLogStream(benchmark::State &state)
-{
-    RunOurs(
-        state, StartHokLog,
-        [](int64_t i) {
-            g_logger->LogInfo(__FILE__, __LINE__) << "request " << i << " done in " << 678 << " us";
-            return 1;
-        },
-        StopHokLog);
-}
+uint64_t g_dropsAtStop = 0;
 
 bool StartBackend(const std::string &dir)
 {
@@ -177,76 +182,109 @@ bool StartBackend(const std::string &dir)
     cfg.logDir = dir.c_str();
     cfg.logMode = KRV_LOG_MODE_FILE;
     cfg.logSize = kLogSize;
-    cfg.logLevel = 4;
-    return KRV_LogOpsInit(&cfg) == 0;
+    cfg.logLevel = 6;
+    return KRV_LogOpsInit(&cfg) == KRV_OK;
 }
 
-int WriteOneLine(int64_t i)
+void WriteOneLine(int64_t seq)
 {
-    KRV_LogWrite(0, 4, "bench_log.cpp", __LINE__, "[bench][I] > request %ld done in %d us", static_cast<long>(i), 678);
-    return 1;
+    KRV_LogWrite(0, 4, "bench_log.cpp", 42, "[bench][I] > request %ld done in %d us", static_cast<long>(seq), 678);
 }
+
+void StopBackend()
+{
+    (void)KRV_LogOpsFlush(kFlushTimeoutMs);
+    g_dropsAtStop = KRV_LogOpsDropCountGet();
+    KRV_LogOpsFini();
+}
+
+uint64_t BackendDrops()
+{
+    return g_dropsAtStop;
+}
+
+const Library kKrvLogWrite = {StartBackend, WriteOneLine, StopBackend, BackendDrops, kOurWarmup};
+
+Hok::Log::Logger *g_logger = nullptr;
+
+bool StartHokLog(const std::string &dir)
+{
+    Hok::Log::InitLogging(kAppId, dir, kLogSize, Hok::Log::LOG_LEVEL_VERBOSE, Hok::Log::LOG_MODE_FILE);
+    g_logger = Hok::Log::IsLogInited() ? Hok::Log::CreateLogger("bench", "benchmark lines") : nullptr;
+    return g_logger != nullptr;
+}
+
+void StreamOneLine(int64_t seq)
+{
+    g_logger->LogInfo("bench_log.cpp", 42) << "request " << static_cast<long>(seq) << " done in " << 678 << " us";
+}
+
+void StopHokLog()
+{
+    (void)Hok::Log::FlushLogging(kFlushTimeoutMs);
+    g_dropsAtStop = KRV_LogOpsDropCountGet();
+    g_logger->Destroy();
+    g_logger = nullptr;
+    Hok::Log::FiniLogging();
+}
+
+const Library kHokLogStream = {StartHokLog, StreamOneLine, StopHokLog, BackendDrops, kOurWarmup};
+
+// --- spdlog
+
+std::shared_ptr<spdlog::details::thread_pool> g_pool;
+std::shared_ptr<spdlog::async_logger> g_spdlog;
+
+bool StartSpdlog(const std::string &dir)
+{
+    g_pool = std::make_shared<spdlog::details::thread_pool>(kSpdlogQueue, 1);
+    auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(dir + "/spdlog.log", true);
+    g_spdlog = std::make_shared<spdlog::async_logger>("bench", sink, g_pool, spdlog::async_overflow_policy::block);
+    // The same fields as our backend's lines: stamp, level, code, file:line, message.
+    g_spdlog->set_pattern("[%Y.%m.%d %H:%M:%S.%f][%l][0x0][%s:%#]%v");
+    g_spdlog->set_level(spdlog::level::trace);
+    return true;
+}
+
+void SpdlogOneLine(int64_t seq)
+{
+    g_spdlog->log(spdlog::source_loc{"bench_log.cpp", 42, ""}, spdlog::level::info,
+                  "[bench][I] > request {} done in {} us", static_cast<long>(seq), 678);
+}
+
+// The pool's destructor queues a stop behind every pending message and joins its worker.
+void StopSpdlog()
+{
+    g_spdlog->flush();
+    g_spdlog.reset();
+    g_pool.reset();
+}
+
+uint64_t SpdlogDrops()
+{
+    return 0;  // the blocking queue never drops; the file count checks it
+}
+
+const Library kSpdlogBlock = {StartSpdlog, SpdlogOneLine, StopSpdlog, SpdlogDrops, kSpdlogWarmup};
 
 void BM_KrvLogWrite(benchmark::State &state)
 {
-    RunOurs(state, StartBackend, WriteOneLine, KRV_LogOpsFini);
+    Measure(state, kKrvLogWrite);
 }
 
-// Bursts of range(0) lines every 50 ms, each burst smaller than the 300-line queue; the writer's
-// 50 ms nap decides whether two bursts can meet in the queue. Only the time spent producing counts
-// towards the per-line cost.
-void BM_KrvLogWritePaced(benchmark::State &state)
+void BM_HokLogStream(benchmark::State &state)
 {
-    const int64_t burst = state.range(0);
-    RunOurs(
-        state, StartBackend,
-        [&state, burst](int64_t first) {
-            Clock::time_point t0 = Clock::now();
-            for (int64_t n = 0; n < burst; ++n) {
-                WriteOneLine(first + n);
-            }
-            state.SetIterationTime(Seconds(Clock::now() - t0) / static_cast<double>(burst));
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            return burst;
-        },
-        KRV_LogOpsFini);
+    Measure(state, kHokLogStream);
 }
 
-void BM_SpdlogAsync(benchmark::State &state, spdlog::async_overflow_policy policy)
+void BM_SpdlogAsyncBlock(benchmark::State &state)
 {
-    ScratchDir dir;
-    auto pool = std::make_shared<spdlog::details::thread_pool>(kSpdlogQueue, 1);
-    auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(dir.Path() + "/spdlog.log", true);
-    auto logger = std::make_shared<spdlog::async_logger>("bench", sink, pool, policy);
-    // The same fields as our backend's lines: stamp, level, code, file:line, message.
-    logger->set_pattern("[%Y.%m.%d %H:%M:%S.%f][%l][0x0][%s:%#]%v");
-    uint64_t produced = 0;
-    Clock::time_point t0 = Clock::now();
-    for (auto _ : state) {
-        logger->log(spdlog::source_loc{"bench_log.cpp", __LINE__, ""}, spdlog::level::info,
-                    "[bench][I] > request {} done in {} us", static_cast<long>(produced++), 678);
-    }
-    Clock::time_point producedAt = Clock::now();
-    size_t overrun = pool->overrun_counter();
-    // The pool's destructor queues a stop behind every pending message and joins its thread.
-    logger->flush();
-    logger.reset();
-    pool.reset();
-    Clock::time_point drainedAt = Clock::now();
-    sink.reset();
-    ReportDelivery(state, produced, CountLines(dir.Path()), producedAt - t0, drainedAt - producedAt);
-    state.counters["overrun"] = static_cast<double>(overrun);
+    Measure(state, kSpdlogBlock);
 }
 
-BENCHMARK(BM_HokLogStream)->Iterations(kLinesPerRun)->UseRealTime();
-BENCHMARK(BM_KrvLogWrite)->Iterations(kLinesPerRun)->UseRealTime();
-BENCHMARK(BM_KrvLogWritePaced)->Arg(100)->Arg(250)->ArgName("burst")->Iterations(40)->UseManualTime();
-BENCHMARK_CAPTURE(BM_SpdlogAsync, block, spdlog::async_overflow_policy::block)
-    ->Iterations(kLinesPerRun)
-    ->UseRealTime();
-BENCHMARK_CAPTURE(BM_SpdlogAsync, overrun_oldest, spdlog::async_overflow_policy::overrun_oldest)
-    ->Iterations(kLinesPerRun)
-    ->UseRealTime();
+BENCHMARK(BM_KrvLogWrite)->Iterations(kLinesPerThread)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(BM_SpdlogAsyncBlock)->Iterations(kLinesPerThread)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(BM_HokLogStream)->Iterations(kLinesPerThread)->Threads(1)->UseRealTime();
 
 }  // namespace
 

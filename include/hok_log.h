@@ -9,8 +9,9 @@
 // The line "[net][W] > retry 3 of 0x001F" is handed to KRV_LogWrite when the stream is destroyed at
 // the end of the full expression.
 //
-// No exception leaves any function declared here. What each one does when memory runs out is stated
-// at its declaration; a null `const char *` inserted into a stream ends the process.
+// No exception leaves any function declared here: when memory runs out, or the text handling fails
+// otherwise, the process ends (std::terminate), as it does for a null `const char *` inserted into a
+// stream.
 #ifndef HOK_LOG_H
 #define HOK_LOG_H
 
@@ -18,6 +19,9 @@
 #include <string>
 
 #include "krv_log.h"
+
+// Marks the members that only the library itself calls: they stay inside the shared object.
+#define HOK_LOG_INTERNAL __attribute__((visibility("hidden")))
 
 namespace Hok {
 namespace Log {
@@ -43,15 +47,19 @@ enum LogMode : uint32_t {
 LogMode operator|(LogMode a, LogMode b) noexcept;
 
 // Starts logging (or counts one more user, ignoring the arguments). Reports failures on standard
-// output only; IsLogInited tells whether it worked. Out of memory: "log ops init failed, ret: 12".
+// output only; IsLogInited tells whether it worked. No memory for the copy of logDir:
+// "log ops init failed, ret: 12".
 void InitLogging(const std::string &appId, const std::string &logDir, uint32_t logSize, LogLevel level,
                  LogMode mode) noexcept;
-// Drops one user; the last one stops the backend, unless loggers are still registered.
+// Drops one user; the last one stops the backend, unless loggers are still registered. Lines still
+// queued are discarded: call FlushLogging first.
 void FiniLogging() noexcept;
+// Waits up to timeoutMs until every line queued before the call is in the log files; returns KRV_OK,
+// KRV_ERR_PLATFORM on timeout, or KRV_ERR_NOT_INIT when logging is not initialised or writes no files.
+uint32_t FlushLogging(uint32_t timeoutMs) noexcept;
 // Returns true while InitLogging has succeeded more often than FiniLogging undid it.
 bool IsLogInited() noexcept;
 // Returns a copy of the application id last copied into the configuration ("" when none).
-// Out of memory: returns "".
 std::string GetLogAppId() noexcept;
 // Returns the backend's filter level (the printing filter while logging is not initialised).
 LogLevel GetLogLevel() noexcept;
@@ -59,9 +67,11 @@ LogLevel GetLogLevel() noexcept;
 bool IsLogEnabled(LogLevel level) noexcept;
 // Sets the backend's filter level; does nothing while logging is not initialised.
 void SetLogLevel(LogLevel level) noexcept;
-// Routes lines tagged "[name" to func; returns 0, 124, 22, 113 or 12. The name is copied.
+// Routes lines tagged "[name" to func; returns KRV_OK, KRV_ERR_NOT_INIT, KRV_ERR_INVALID,
+// KRV_ERR_REGISTERED or KRV_ERR_NOMEM. The name is copied.
 uint32_t MdlLogReg(const std::string &name, KrvLogHookFunc func) noexcept;
-// Stops routing lines to the module registered under name; returns 0, 124, 22 or 60.
+// Stops routing lines to the module registered under name; returns KRV_OK, KRV_ERR_NOT_INIT,
+// KRV_ERR_INVALID or KRV_ERR_NOT_REGISTERED.
 uint32_t MdlLogUnreg(const std::string &name) noexcept;
 
 class LogStream;
@@ -72,8 +82,7 @@ public:
     Logger(const Logger &) = delete;
     Logger &operator=(const Logger &) = delete;
 
-    // Unregisters and deletes this logger; the caller's pointer dangles afterwards. If the registry
-    // cannot be locked the logger stays registered and alive.
+    // Unregisters and deletes this logger; the caller's pointer dangles afterwards.
     void Destroy() noexcept;
 
     // Line makers: each returns a stream of its level for the caller's file and line. The filter is
@@ -91,17 +100,17 @@ private:
     friend class LogStream;
     friend Logger *CreateLogger(const std::string &ctxId, const std::string &description) noexcept;
 
-    explicit Logger(LoggerImpl *impl) noexcept;
-    ~Logger();
+    HOK_LOG_INTERNAL explicit Logger(LoggerImpl *impl) noexcept;
+    HOK_LOG_INTERNAL ~Logger();
     // Copies of the description and the context id, for the streams made from this logger.
-    std::string GetDescription() const;
-    std::string GetCtxId() const;
+    HOK_LOG_INTERNAL std::string GetDescription() const;
+    HOK_LOG_INTERNAL std::string GetCtxId() const;
 
     LoggerImpl *impl_;
 };
 
 // Returns the logger registered under ctxId (at most 32 characters), creating it with description
-// (at most 128 characters) when absent; null on invalid arguments or when memory runs out.
+// (at most 128 characters) when absent; null on invalid arguments.
 Logger *CreateLogger(const std::string &ctxId, const std::string &description) noexcept;
 // Returns the logger registered under ctxId, or null.
 Logger *GetLogger(const std::string &ctxId) noexcept;
@@ -129,7 +138,7 @@ struct LogBin64 : LogWrapped<uint64_t> { using LogWrapped::LogWrapped; };
 
 // One log line under construction. The first insertion puts "[ctxId][L] > " in front; destroying
 // the stream writes the line with KRV_LogWrite exactly once. Moving hands the line over: the
-// moved-from stream writes nothing. When memory runs out the whole line is dropped, never a part.
+// moved-from stream writes nothing.
 class LogStream {
 public:
     // Copies what it needs from logger; the logger may be destroyed while the stream lives.
@@ -170,15 +179,10 @@ public:
 
 private:
     class LogStreamImpl;
-    // Appends text (after the prefix on the first call); drops the whole line when memory runs out.
-    LogStream &Append(const std::string &text) noexcept;
-    // Runs make() and appends its result; a failure to build the text drops the line.
-    template <typename Make>
-    LogStream &AppendMade(Make make) noexcept;
-    // Forgets the line: nothing will be written for this stream.
-    LogStream &Drop() noexcept;
+    // Appends text to the line (after the prefix on the first call); a moved-from stream ignores it.
+    HOK_LOG_INTERNAL LogStream &Append(const std::string &text);
 
-    LogStreamImpl *impl_;  // null once moved from or dropped
+    LogStreamImpl *impl_;  // null once moved from
 };
 
 }  // namespace Log

@@ -4,6 +4,8 @@
 
 #include <stdint.h>
 
+#include "krv_status.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -11,9 +13,9 @@ extern "C" {
 /* Receives every formatted diagnostic: code, level, source base name (may be null), line, message without newline. */
 typedef void (*KrvLogHookFunc)(uint32_t errCode, uint32_t level, const char *fileName, uint32_t line, const char *msg);
 
-/* Installs hook; returns 0, or 22 when hook is null or one is already installed. */
+/* Installs hook; returns KRV_OK, or KRV_ERR_INVALID when hook is null or one is already installed. */
 uint32_t KRV_LogHookReg(KrvLogHookFunc hook);
-/* Removes the installed hook; returns 0, or 1 when none was installed. */
+/* Removes the installed hook; returns KRV_OK, or KRV_ERR_FAILED when none was installed. */
 uint32_t KRV_LogHookUnReg(void);
 /* Sets the most verbose level printed when no hook is installed (initially 2). */
 void KRV_LogFilter(uint32_t level);

@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 #include "krv_log.h"
+#include "krv_status.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -23,18 +24,26 @@ typedef struct {
     uint32_t logLevel;   /* the backend's filter level */
 } KrvLogOpsCfg;
 
-/* Starts the backend (or counts a further user); returns 0, 22, 12, 1 or the path check's code. */
+/* Starts the backend (or counts a further user); returns KRV_OK, KRV_ERR_INVALID, KRV_ERR_NOMEM,
+   KRV_ERR_FAILED or the path check's code. */
 uint32_t KRV_LogOpsInit(const KrvLogOpsCfg *cfg);
-/* Drops one user; the last one stops the writer and discards queued lines. */
+/* Drops one user; the last one stops the writer and discards queued lines (the current file stays open). */
 void KRV_LogOpsFini(void);
-/* Registers func for diagnostics tagged "[name..."; returns 0, 124, 22, 113 or 12. The name is copied. */
+/* Registers func for diagnostics tagged "[name..."; returns KRV_OK, KRV_ERR_NOT_INIT, KRV_ERR_INVALID,
+   KRV_ERR_REGISTERED or KRV_ERR_NOMEM. The name is copied. */
 uint32_t KRV_LogOpsReg(const char *name, KrvLogHookFunc func);
-/* Removes the module registered under name; returns 0, 124, 22 or 60. */
+/* Removes the module registered under name; returns KRV_OK, KRV_ERR_NOT_INIT, KRV_ERR_INVALID or
+   KRV_ERR_NOT_REGISTERED. */
 uint32_t KRV_LogOpsUnreg(const char *name);
 /* Sets the backend's filter level; ignored while the backend is not initialised. */
 void KRV_LogOpsFilterSet(uint32_t level);
 /* Returns the backend's filter level, or KRV_LogLevelGet() while not initialised. */
 uint32_t KRV_LogOpsFilterGet(void);
+/* Returns the number of lines a full queue has dropped since KRV_LogOpsInit; 0 while not initialised. */
+uint64_t KRV_LogOpsDropCountGet(void);
+/* Waits up to timeoutMs until the writer has finished every line queued before the call; returns KRV_OK,
+   KRV_ERR_PLATFORM on timeout, or KRV_ERR_NOT_INIT when not initialised or not writing files. */
+uint32_t KRV_LogOpsFlush(uint32_t timeoutMs);
 
 #ifdef __cplusplus
 }

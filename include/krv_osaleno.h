@@ -16,6 +16,8 @@
 #include <stdbool.h>
 #include <stdint.h>
 
+#include "krv_status.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -23,7 +25,7 @@ extern "C" {
 /* Turns a composed error code into text; the text is owned by the registering component. */
 typedef const char *(*KrvEnoErrorStrFunc)(uint32_t code);
 
-/* Returns the library's error number (0-123) for an errno value, or 255 when it has none. */
+/* Returns the library's error number (0-123) for an errno value, or KRV_ERR_UNKNOWN when it has none. */
 uint32_t KRV_OsalEnoTransfer(int64_t err);
 /* Returns bits 0-7 (the error number) of code. */
 uint32_t KRV_EnoErrorCodeGet(uint32_t code);
@@ -34,17 +36,20 @@ bool KRV_EnoErrorCodeCheck(uint32_t code, uint32_t module, uint32_t errNo);
 /* Returns the text of code from its module family's string function, or "Unknown"; never freed. */
 const char *KRV_EnoErrorStrGet(uint32_t code);
 /* Sets (fn non-null) or clears the string function of the family whose name starts with name and
- * whose module range is exactly firstModule..lastModule; returns 0, or 22 for a null or unmatched name. */
+ * whose module range is exactly firstModule..lastModule; returns KRV_OK, or KRV_ERR_INVALID for a null or
+ * unmatched name. */
 uint32_t KRV_EnoErrorStrFuncRegister(const char *name, int32_t firstModule, int32_t lastModule,
                                      KrvEnoErrorStrFunc fn);
 
-/* Creates the module mutex and resets the stacks and the node limit (65535); returns 0 when already
- * initialised, else the mutex creation's result (0, 12 or 22). Stacks left from before are released. */
+/* Creates the module mutex and resets the stacks and the node limit (65535); returns KRV_OK when already
+ * initialised, else the mutex creation's result (KRV_OK, KRV_ERR_NOMEM or KRV_ERR_INVALID). Stacks left from
+ * before are released. */
 uint32_t KRV_EnoErrCodeInit(void);
-/* Destroys the module mutex only; returns 0, 14, or 22 when not initialised. Remove the stacks first. */
+/* Destroys the module mutex only; returns KRV_OK, KRV_ERR_PLATFORM, or KRV_ERR_INVALID when not initialised.
+ * Remove the stacks first. */
 uint32_t KRV_EnoErrCodeDeInit(void);
-/* Sets the number of thread stacks beyond which new threads are refused; returns 0, or 255 when
- * limit lies outside 255..16777215. */
+/* Sets the number of thread stacks beyond which new threads are refused; returns KRV_OK, or
+ * KRV_ERR_UNKNOWN when limit lies outside 255..16777215. */
 uint32_t KRV_EnoMaxErrorLimitSet(int32_t limit);
 /* Returns the current thread-stack limit. */
 uint32_t KRV_EnoMaxErrorLimitGet(void);
@@ -52,7 +57,7 @@ uint32_t KRV_EnoMaxErrorLimitGet(void);
  * ignored when module > 254 or errNo > 65534. Returns nothing. */
 void KRV_EnoErrorWrapperPush(uint32_t high, uint32_t module, uint32_t errNo);
 /* Pops and returns the calling thread's newest code; 0 when its stack is empty or no thread has one,
- * 255 when other threads have stacks but the caller has none. */
+ * KRV_ERR_UNKNOWN (255) when other threads have stacks but the caller has none. */
 uint32_t KRV_EnoLastErrorGet(void);
 /* Empties the calling thread's stack unless it is referenced; returns nothing. */
 void KRV_EnoErrorStackClear(void);

@@ -4,19 +4,25 @@
 
 #include <stdint.h>
 
+#include "krv_status.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* One write() of len bytes; returns 0 with *sentLen set, or the translated errno. */
+/* One write() of len bytes; returns KRV_OK with *sentLen set, or the translated errno (KRV_ERR_UNKNOWN when
+   it has no translation). */
 uint32_t KRV_OsalIoSend(uint32_t fd, const void *buf, uint64_t len, uint64_t *sentLen);
-/* One read() of up to len bytes; returns 0 with *recvLen set (0 at end of file), or the translated errno. */
+/* One read() of up to len bytes; returns KRV_OK with *recvLen set (0 at end of file), or the translated errno. */
 uint32_t KRV_OsalIoRecv(uint32_t fd, void *buf, uint64_t len, uint64_t *recvLen);
-/* Copies the 16-byte IPv4 peer text into buf (capacity first); returns 0 with *addrLen = 16, 22, 1 or the translated errno. */
+/* Copies the 16-byte IPv4 peer text into buf (capacity first); returns KRV_OK with *addrLen = 16,
+   KRV_ERR_INVALID (null or empty buffer), KRV_ERR_FAILED (buffer too small) or the translated errno. */
 uint32_t KRV_OsalPeerAddrGet(uint32_t sockfd, uint64_t bufLen, char *buf, uint64_t *addrLen);
-/* Canonicalises path into resolved (at least 4096 bytes); returns 0 (also when the path does not exist) or 1 (also for a null argument). */
+/* Canonicalises path into resolved (at least 4096 bytes); returns KRV_OK (also when the path does not exist)
+   or KRV_ERR_FAILED (also for a null buffer). */
 uint32_t KRV_RealPath(const char *path, char *resolved);
-/* Returns 0 when path is already absolute and canonical, else 22, 1 or 12. */
+/* Returns KRV_OK when path is already absolute and canonical, else KRV_ERR_INVALID (null or not canonical),
+   KRV_ERR_FAILED (resolution failed) or KRV_ERR_NOMEM; each failure is logged. */
 uint32_t KRV_RealPathCheck(const char *path);
 
 #ifdef __cplusplus

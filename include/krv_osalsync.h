@@ -6,6 +6,8 @@
 #include <stdint.h>
 #include <time.h>
 
+#include "krv_status.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -16,46 +18,52 @@ typedef void *KrvCondAttr;
 typedef void *KrvCond;
 typedef void *KrvRWLock;
 
-/* Creates a recursive mutex into *mutex (which must be null); returns 0, 22 (bad address or set variable, or init failed) or 12. */
+/* Creates a recursive mutex into *mutex (which must be null); returns KRV_OK, KRV_ERR_INVALID (bad address or
+   set variable, or init failed) or KRV_ERR_NOMEM. */
 uint32_t KRV_OsalMutexCreate(KrvMutex *mutex);
-/* Destroys *mutex and nulls it; returns 0, 22 (null) or 14 (platform refused; memory freed all the same). */
+/* Destroys *mutex and nulls it; returns KRV_OK, KRV_ERR_INVALID (null) or KRV_ERR_PLATFORM (platform refused;
+   memory freed all the same). */
 uint32_t KRV_OsalMutexDestroy(KrvMutex *mutex);
 /* Locks mutex; a null handle is ignored. */
 void KRV_OsalMutexLock(KrvMutex mutex);
 /* Unlocks mutex; a null handle is ignored. */
 void KRV_OsalMutexUnLock(KrvMutex mutex);
 
-/* Creates a condition attribute into *attr (which must be null); returns 0, 22, 12 or 14. */
+/* Creates a condition attribute into *attr (which must be null); returns KRV_OK, KRV_ERR_INVALID, KRV_ERR_NOMEM
+   or KRV_ERR_PLATFORM. */
 uint32_t KRV_OsalCondAttrCreate(KrvCondAttr *attr);
-/* Destroys *attr and nulls it; returns 0, 22 or 14. */
+/* Destroys *attr and nulls it; returns KRV_OK, KRV_ERR_INVALID or KRV_ERR_PLATFORM. */
 uint32_t KRV_OsalCondAttrDestroy(KrvCondAttr *attr);
-/* Selects the clock of conditions made with attr; returns 0, 22 (null) or 14. */
+/* Selects the clock of conditions made with attr; returns KRV_OK, KRV_ERR_INVALID (null) or KRV_ERR_PLATFORM. */
 uint32_t KRV_OsalCondAttrClockSet(KrvCondAttr attr, uint32_t clockId);
-/* Reads the clock of attr into *clockId; returns 0, 22 (null) or 14. */
+/* Reads the clock of attr into *clockId; returns KRV_OK, KRV_ERR_INVALID (null) or KRV_ERR_PLATFORM. */
 uint32_t KRV_OsalCondAttrClockGet(KrvCondAttr attr, int32_t *clockId);
-/* Sets the process-shared flag of attr; returns 0, 22 (null) or 14. */
+/* Sets the process-shared flag of attr; returns KRV_OK, KRV_ERR_INVALID (null) or KRV_ERR_PLATFORM. */
 uint32_t KRV_OsalCondAttrPsharedSet(KrvCondAttr attr, uint32_t pshared);
-/* Reads the process-shared flag of attr into *pshared; returns 0, 22 (null) or 14. */
+/* Reads the process-shared flag of attr into *pshared; returns KRV_OK, KRV_ERR_INVALID (null) or KRV_ERR_PLATFORM. */
 uint32_t KRV_OsalCondAttrPsharedGet(KrvCondAttr attr, int32_t *pshared);
 
-/* Creates a condition (attr may be null for defaults) into *cond (which must be null); returns 0, 22, 12 or 14. */
+/* Creates a condition (attr may be null for defaults) into *cond (which must be null); returns KRV_OK,
+   KRV_ERR_INVALID, KRV_ERR_NOMEM or KRV_ERR_PLATFORM. */
 uint32_t KRV_OsalCondCreate(KrvCondAttr attr, KrvCond *cond);
-/* Destroys *cond and nulls it; returns 0, 22 or 14. */
+/* Destroys *cond and nulls it; returns KRV_OK, KRV_ERR_INVALID or KRV_ERR_PLATFORM. */
 uint32_t KRV_OsalCondDestroy(KrvCond *cond);
-/* Wakes one waiter; returns 0, 22 (null) or 14. */
+/* Wakes one waiter; returns KRV_OK, KRV_ERR_INVALID (null) or KRV_ERR_PLATFORM. */
 uint32_t KRV_OsalCondSignal(KrvCond cond);
-/* Wakes every waiter; returns 0, 22 (null) or 14. */
+/* Wakes every waiter; returns KRV_OK, KRV_ERR_INVALID (null) or KRV_ERR_PLATFORM. */
 uint32_t KRV_OsalCondBroadcast(KrvCond cond);
-/* Waits on cond with mutex (mutex first) until absTime; returns 0, 22 (null) or 14 (failure or time-out). */
+/* Waits on cond with mutex (mutex first) until absTime; returns KRV_OK, KRV_ERR_INVALID (null) or
+   KRV_ERR_PLATFORM (failure or time-out). */
 uint32_t KRV_OsalCondTimedWait(KrvMutex mutex, KrvCond cond, const struct timespec *absTime);
 
-/* Creates a read-write lock into *rwLock (which must be null); returns 0, 22, 12 or 1. */
+/* Creates a read-write lock into *rwLock (which must be null); returns KRV_OK, KRV_ERR_INVALID, KRV_ERR_NOMEM or
+   KRV_ERR_FAILED (platform refused). */
 uint32_t KRV_OsalRWLockCreate(KrvRWLock *rwLock);
 /* Destroys *rwLock and nulls it; null addresses and handles are ignored. */
 void KRV_OsalRWLockDestroy(KrvRWLock *rwLock);
-/* Takes a read lock; returns 0, 22 (null) or 1. */
+/* Takes a read lock; returns KRV_OK, KRV_ERR_INVALID (null) or KRV_ERR_FAILED (platform refused). */
 uint32_t KRV_OsalRWReadLock(KrvRWLock rwLock);
-/* Takes the write lock; returns 0, 22 (null) or 1. */
+/* Takes the write lock; returns KRV_OK, KRV_ERR_INVALID (null) or KRV_ERR_FAILED (platform refused). */
 uint32_t KRV_OsalRWWriteLock(KrvRWLock rwLock);
 /* Releases a read or write lock; a null handle is ignored. */
 void KRV_OsalRWUnlock(KrvRWLock rwLock);

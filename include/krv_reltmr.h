@@ -5,6 +5,8 @@
 #include <stdbool.h>
 #include <stdint.h>
 
+#include "krv_status.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -70,29 +72,35 @@ typedef struct KrvRelTmrGrpInfo {
     KrvRelTmrNode *handles[];   /* handle of serial number tmrSn */
 } KrvRelTmrGrpInfo;
 
-/* Creates a pool of maxTimer timers into *pool (the module and its thread on first use); returns 0, 11, 8193, 22, 12 or 1.
+/* Creates a pool of maxTimer timers into *pool (the module and its thread on first use); returns KRV_OK,
+   KRV_ERR_STOPPING, KRV_ERR_POOL_IN_USE, KRV_ERR_INVALID, KRV_ERR_NOMEM or KRV_ERR_FAILED.
    The caller owns the pool until KRV_RelTimerFini; *pool must hold null or a live pool. */
 uint32_t KRV_RelTimerInit(uint32_t maxTimer, KrvRelTmrPool **pool);
-/* Destroys pool (the module and its thread with the last pool); returns 0, 124 or 9 (timers or groups left). */
+/* Destroys pool (the module and its thread with the last pool); returns KRV_OK, KRV_ERR_NOT_INIT or
+   KRV_ERR_BUSY (timers or groups left). */
 uint32_t KRV_RelTimerFini(KrvRelTmrPool *pool);
 
-/* Starts (or restarts over *handle) a timer of intervalMs from pool; returns 0, 124, 22 or 12.
+/* Starts (or restarts over *handle) a timer of intervalMs from pool; returns KRV_OK, KRV_ERR_NOT_INIT,
+   KRV_ERR_INVALID or KRV_ERR_NOMEM (pool exhausted).
    *handle (caller-owned, may be null for one-shots) receives the node and is cleared when the timer ends. */
 uint32_t KRV_CallBackRelTimerStart(KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t intervalMs, uint32_t mode,
                                    const KrvRelTmrFuncInfo *funcInfo);
-/* Stops the timer *handle refers to and clears *handle; returns 0 (also for an empty handle), 124 or 22. */
+/* Stops the timer *handle refers to and clears *handle; returns KRV_OK (also for an empty handle),
+   KRV_ERR_NOT_INIT or KRV_ERR_INVALID. */
 uint32_t KRV_RelTimerStop(KrvRelTmrNode **handle);
 
 /* Creates a group of maxTimer timers of pool into *timerGrp, owned by the caller until KRV_RelTimerGrpFree;
-   returns 0, 124, 22 or 12. */
+   returns KRV_OK, KRV_ERR_NOT_INIT, KRV_ERR_INVALID or KRV_ERR_NOMEM. */
 uint32_t KRV_RelTimerGrpCreate(KrvRelTmrGrpInfo **timerGrp, KrvRelTmrPool *pool, uint64_t maxTimer,
                                KrvRelTmrCallBack callback);
-/* Stops every timer of timerGrp and frees it; returns 0, 124, 22 or the failing stop's code (group kept). */
+/* Stops every timer of timerGrp and frees it; returns KRV_OK, KRV_ERR_NOT_INIT, KRV_ERR_INVALID or the failing
+   stop's status (group kept). */
 uint32_t KRV_RelTimerGrpFree(KrvRelTmrGrpInfo *timerGrp);
-/* Starts (or restarts) timer tmrSn of timerGrp; returns 0, 124, 22 or 12. */
+/* Starts (or restarts) timer tmrSn of timerGrp; returns KRV_OK, KRV_ERR_NOT_INIT, KRV_ERR_INVALID or KRV_ERR_NOMEM. */
 uint32_t KRV_RelTimerofGrpStart(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn, uint32_t intervalMs, uint32_t param,
                                 uint32_t mode);
-/* Stops timer tmrSn of timerGrp (nothing to do is success); returns 0, 124, 22 or the stop's code. */
+/* Stops timer tmrSn of timerGrp (nothing to do is success); returns KRV_OK, KRV_ERR_NOT_INIT, KRV_ERR_INVALID or
+   the stop's status. */
 uint32_t KRV_RelTimerofGrpStop(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn);
 
 #ifdef __cplusplus

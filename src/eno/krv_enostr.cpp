@@ -1,17 +1,18 @@
 // Composed error codes: errno translation, bit accessors and the table of error-string functions.
 #include <cstring>
 
+#include "eno/krv_enocode.h"
 #include "eno/krv_enolock.h"
 #include "krv_osaleno.h"
 #include "krv_status.h"
 
 namespace {
 
-constexpr uint32_t kUnknownErrno = 255;
+using krv::eno::kByteMask;
+using krv::eno::kModuleShift;
+
 constexpr int64_t kErrnoAgain = 11;
 constexpr int64_t kErrnoNeverTranslated = 41;
-constexpr uint32_t kByteMask = 0xFF;
-constexpr unsigned kModuleShift = 8;
 constexpr char kUnknownText[] = "Unknown";
 
 // The translation of an errno value is its index here. 58 is absent, so values above it shift down
@@ -87,13 +88,13 @@ uint32_t KRV_OsalEnoTransfer(int64_t err)
         return static_cast<uint32_t>(kErrnoAgain);
     }
     if (err == kErrnoNeverTranslated) {
-        return kUnknownErrno;
+        return KRV_ERR_UNKNOWN;
     }
     int32_t index = ErrnoBinarySearch(err);
     if (index < 0) {
         index = ErrnoScan(err);
     }
-    return index < 0 ? kUnknownErrno : static_cast<uint32_t>(index);
+    return index < 0 ? KRV_ERR_UNKNOWN : static_cast<uint32_t>(index);
 }
 
 uint32_t KRV_EnoErrorCodeGet(uint32_t code)

@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include "eno/krv_avl.h"
+#include "eno/krv_enocode.h"
 #include "eno/krv_enolock.h"
 #include "krv_osal.h"
 #include "krv_osaleno.h"
@@ -14,8 +15,6 @@ namespace {
 
 constexpr char kKrvSource[] = "krv_osaleno";
 
-constexpr uint32_t kLimitRefused = 255;
-constexpr uint32_t kNoStackHere = 255;
 constexpr uint32_t kDefaultMaxNodes = 65535;
 constexpr uint32_t kMinMaxNodes = 255;
 constexpr uint32_t kMaxNodesSpan = 0xFFFF00;  // limits run from 255 to 0xFFFFFF
@@ -143,7 +142,7 @@ uint32_t KRV_EnoMaxErrorLimitSet(int32_t limit)
 {
     uint32_t value = static_cast<uint32_t>(limit);
     if (value - kMinMaxNodes > kMaxNodesSpan) {
-        return kLimitRefused;
+        return KRV_ERR_UNKNOWN;
     }
     __atomic_store_n(&g_maxAvlNodes, value, __ATOMIC_RELAXED);
     return KRV_OK;
@@ -161,7 +160,7 @@ void KRV_EnoErrorWrapperPush(uint32_t high, uint32_t module, uint32_t errNo)
     if (module > kMaxModule || errNo > kMaxErrNo) {
         return;
     }
-    uint32_t code = (high << 16) | (module << 8) | errNo;
+    uint32_t code = (high << krv::eno::kHighShift) | (module << krv::eno::kModuleShift) | errNo;
     KrvMutex lock = krv::eno::ModuleLock();
     AvlNode *node = krv::eno::AvlFind(g_root, SelfId());
     bool refused = false;
@@ -199,7 +198,7 @@ uint32_t KRV_EnoLastErrorGet(void)
     if (g_root != nullptr) {
         AvlNode *node = krv::eno::AvlFind(g_root, SelfId());
         if (node == nullptr) {
-            result = kNoStackHere;
+            result = KRV_ERR_UNKNOWN;  // other threads have stacks, this one has none
         } else if (node->stack != nullptr) {
             ErrorRecord *record = node->stack;
             int32_t index = (record->top + kRingSize) % kRingSize;

@@ -70,7 +70,7 @@ void InitLogging(const std::string &appId, const std::string &logDir, uint32_t l
     }
     char *dirCopy = CopyLogDir(logDir);
     if (dirCopy == nullptr) {
-        krv::hoklog::Report("log ops init failed, ret: ", 12u);
+        krv::hoklog::Report("log ops init failed, ret: ", KRV_ERR_NOMEM);
         return;
     }
     g_cfg.logDir = dirCopy;
@@ -78,7 +78,7 @@ void InitLogging(const std::string &appId, const std::string &logDir, uint32_t l
     g_cfg.logLevel = level;
     g_cfg.logSize = logSize;
     uint32_t ret = KRV_LogOpsInit(&g_cfg);
-    if (ret != 0) {
+    if (ret != KRV_OK) {
         krv::hoklog::Report("log ops init failed, ret: ", ret);
     } else {
         g_initCount.fetch_add(1);
@@ -108,6 +108,11 @@ void FiniLogging() noexcept
     g_initCount.store(0);
 }
 
+uint32_t FlushLogging(uint32_t timeoutMs) noexcept
+{
+    return KRV_LogOpsFlush(timeoutMs);
+}
+
 bool IsLogInited() noexcept
 {
     return g_initCount.load() != 0;
@@ -115,11 +120,7 @@ bool IsLogInited() noexcept
 
 std::string GetLogAppId() noexcept
 {
-    try {
-        return std::string(g_cfg.appId, strnlen(g_cfg.appId, sizeof(g_cfg.appId)));
-    } catch (...) {
-        return std::string();
-    }
+    return std::string(g_cfg.appId, strnlen(g_cfg.appId, sizeof(g_cfg.appId)));
 }
 
 LogLevel GetLogLevel() noexcept

@@ -11,7 +11,7 @@ namespace Hok {
 namespace Log {
 
 // The two texts of a logger, description first.
-class Logger::LoggerImpl {
+class HOK_LOG_INTERNAL Logger::LoggerImpl {
 public:
     LoggerImpl(const std::string &description, const std::string &ctxId) : description(description), ctxId(ctxId) {}
 
@@ -52,13 +52,9 @@ namespace hoklog {
 
 bool RegistryHoldsLoggers() noexcept
 {
-    try {
-        Registry &registry = TheRegistry();
-        std::lock_guard<std::mutex> guard(registry.lock);
-        return !registry.loggers.empty();
-    } catch (...) {
-        return true;
-    }
+    Registry &registry = TheRegistry();
+    std::lock_guard<std::mutex> guard(registry.lock);
+    return !registry.loggers.empty();
 }
 
 }  // namespace hoklog
@@ -96,43 +92,27 @@ Logger *CreateLogger(const std::string &ctxId, const std::string &description) n
         krv::hoklog::Report("param invalid, ctx description length: ", description.size());
         return nullptr;
     }
-    Logger::LoggerImpl *impl = nullptr;
-    Logger *created = nullptr;
-    try {
-        Registry &registry = TheRegistry();
-        std::lock_guard<std::mutex> guard(registry.lock);
-        auto found = registry.loggers.find(ctxId);
-        if (found != registry.loggers.end()) {
-            krv::hoklog::Report("ctxId:", ctxId, " had created");
-            return found->second.logger;
-        }
-        impl = new Logger::LoggerImpl(description, ctxId);
-        created = new Logger(impl);
-        registry.loggers.emplace(ctxId, Entry{created});
-        return created;
-    } catch (...) {
-        // Out of memory (or an unusable lock): nothing half-made stays registered or allocated.
-        if (created != nullptr) {
-            delete created;
-        } else {
-            delete impl;
-        }
-        return nullptr;
+    Registry &registry = TheRegistry();
+    std::lock_guard<std::mutex> guard(registry.lock);
+    auto found = registry.loggers.find(ctxId);
+    if (found != registry.loggers.end()) {
+        krv::hoklog::Report("ctxId:", ctxId, " had created");
+        return found->second.logger;
     }
+    Logger *created = new Logger(new Logger::LoggerImpl(description, ctxId));
+    registry.loggers.emplace(ctxId, Entry{created});
+    return created;
 }
 
 Logger *GetLogger(const std::string &ctxId) noexcept
 {
-    try {
-        Registry &registry = TheRegistry();
-        std::lock_guard<std::mutex> guard(registry.lock);
-        auto found = registry.loggers.find(ctxId);
-        if (found != registry.loggers.end()) {
-            return found->second.logger;
-        }
-    } catch (...) {
-        return nullptr;
+    Registry &registry = TheRegistry();
+    std::unique_lock<std::mutex> guard(registry.lock);
+    auto found = registry.loggers.find(ctxId);
+    if (found != registry.loggers.end()) {
+        return found->second.logger;
     }
+    guard.unlock();
     krv::hoklog::Report("ctxId:", ctxId, " not reg");
     return nullptr;
 }
@@ -141,19 +121,16 @@ Logger *GetLogger(const std::string &ctxId) noexcept
  * CreateLogger never finds a logger that is being torn down. */
 void Logger::Destroy() noexcept
 {
-    try {
-        Registry &registry = TheRegistry();
-        std::unique_lock<std::mutex> guard(registry.lock);
-        auto found = registry.loggers.find(impl_->ctxId);
-        if (found == registry.loggers.end()) {
-            guard.unlock();
-            krv::hoklog::Report("ctx id not find, ctx: ", impl_->ctxId);
-            return;
-        }
-        registry.loggers.erase(found);
-    } catch (...) {
+    Registry &registry = TheRegistry();
+    std::unique_lock<std::mutex> guard(registry.lock);
+    auto found = registry.loggers.find(impl_->ctxId);
+    if (found == registry.loggers.end()) {
+        guard.unlock();
+        krv::hoklog::Report("ctx id not find, ctx: ", impl_->ctxId);
         return;
     }
+    registry.loggers.erase(found);
+    guard.unlock();
     delete this;
 }
 

@@ -5,8 +5,7 @@
 namespace krv {
 namespace hoklog {
 
-// Returns true while at least one logger is registered, and also when the registry cannot be
-// inspected: the caller must then assume loggers still depend on the backend.
+// Returns true while at least one logger is registered.
 bool RegistryHoldsLoggers() noexcept;
 
 }  // namespace hoklog

@@ -55,8 +55,8 @@ std::string Bits(uint64_t value, unsigned width)
 namespace Hok {
 namespace Log {
 
-// The line under construction; destroying it writes the line unless it was lost to a failure.
-class LogStream::LogStreamImpl {
+// The line under construction; destroying it writes the line.
+class HOK_LOG_INTERNAL LogStream::LogStreamImpl {
 public:
     LogStreamImpl(LogLevel level, std::string description, std::string ctxId, const std::string &file,
                   uint32_t line)
@@ -64,12 +64,7 @@ public:
     {
     }
 
-    ~LogStreamImpl()
-    {
-        if (!lost) {
-            KRV_LogWrite(0, level, file.c_str(), line, "%s", message.c_str());
-        }
-    }
+    ~LogStreamImpl() { KRV_LogWrite(0, level, file.c_str(), line, "%s", message.c_str()); }
 
     LogStreamImpl(const LogStreamImpl &) = delete;
     LogStreamImpl &operator=(const LogStreamImpl &) = delete;
@@ -81,18 +76,13 @@ public:
     uint32_t line;
     bool first = true;  // the prefix is still to be added
     std::string message;
-    bool lost = false;  // memory ran out while building: the line must not be written at all
 };
 
-/* A stream that cannot get memory for its line stays empty and writes nothing. */
+/* Allocation failures throw out of the constructors into this noexcept boundary, which ends the
+ * process: a line is never silently lost. */
 LogStream::LogStream(const std::string &file, uint32_t line, LogLevel level, const Logger &logger) noexcept
-    : impl_(nullptr)
+    : impl_(new LogStreamImpl(level, logger.GetDescription(), logger.GetCtxId(), file, line))
 {
-    try {
-        impl_ = new LogStreamImpl(level, logger.GetDescription(), logger.GetCtxId(), file, line);
-    } catch (...) {
-        impl_ = nullptr;
-    }
 }
 
 LogStream::LogStream(LogStream &&other) noexcept : impl_(other.impl_)
@@ -105,107 +95,79 @@ LogStream::~LogStream()
     delete impl_;
 }
 
-/* The prefix is built with the first text, so a stream without insertions writes an empty line.
- * A line that cannot grow is dropped whole: a line missing a piece could mislead its reader. */
-LogStream &LogStream::Append(const std::string &text) noexcept
+/* The prefix is built with the first text, so a stream without insertions writes an empty line. */
+LogStream &LogStream::Append(const std::string &text)
 {
     if (impl_ == nullptr) {
         return *this;
     }
-    try {
-        if (impl_->first) {
-            std::string prefixed;
-            prefixed.reserve(impl_->ctxId.size() + text.size() + 20);
-            prefixed.append("[").append(impl_->ctxId).append("][").append(LevelName(impl_->level)).append("] > ");
-            prefixed.append(text);
-            impl_->message.swap(prefixed);
-            impl_->first = false;
-        } else {
-            impl_->message.append(text);
-        }
-    } catch (...) {
-        return Drop();
+    if (impl_->first) {
+        std::string prefixed;
+        prefixed.reserve(impl_->ctxId.size() + text.size() + 20);
+        prefixed.append("[").append(impl_->ctxId).append("][").append(LevelName(impl_->level)).append("] > ");
+        prefixed.append(text);
+        impl_->message.swap(prefixed);
+        impl_->first = false;
+    } else {
+        impl_->message.append(text);
     }
     return *this;
-}
-
-LogStream &LogStream::Drop() noexcept
-{
-    impl_->lost = true;
-    delete impl_;
-    impl_ = nullptr;
-    return *this;
-}
-
-template <typename Make>
-LogStream &LogStream::AppendMade(Make make) noexcept
-{
-    if (impl_ == nullptr) {
-        return *this;
-    }
-    std::string text;
-    try {
-        text = make();
-    } catch (...) {
-        return Drop();
-    }
-    return Append(text);
 }
 
 LogStream &LogStream::operator<<(bool value) noexcept
 {
-    return AppendMade([value] { return std::string(value ? "true" : "false"); });
+    return Append(std::string(value ? "true" : "false"));
 }
 
 LogStream &LogStream::operator<<(unsigned char value) noexcept
 {
-    return AppendMade([value] { return std::to_string(static_cast<int>(value)); });
+    return Append(std::to_string(static_cast<int>(value)));
 }
 
 LogStream &LogStream::operator<<(unsigned short value) noexcept
 {
-    return AppendMade([value] { return std::to_string(static_cast<int>(value)); });
+    return Append(std::to_string(static_cast<int>(value)));
 }
 
 LogStream &LogStream::operator<<(unsigned int value) noexcept
 {
-    return AppendMade([value] { return std::to_string(value); });
+    return Append(std::to_string(value));
 }
 
 LogStream &LogStream::operator<<(unsigned long value) noexcept
 {
-    return AppendMade([value] { return std::to_string(value); });
+    return Append(std::to_string(value));
 }
 
 /* A signed char is a number here, never a character. */
 LogStream &LogStream::operator<<(signed char value) noexcept
 {
-    return AppendMade([value] { return std::to_string(static_cast<int>(value)); });
+    return Append(std::to_string(static_cast<int>(value)));
 }
 
 LogStream &LogStream::operator<<(short value) noexcept
 {
-    return AppendMade([value] { return std::to_string(static_cast<int>(value)); });
+    return Append(std::to_string(static_cast<int>(value)));
 }
 
 LogStream &LogStream::operator<<(int value) noexcept
 {
-    return AppendMade([value] { return std::to_string(value); });
+    return Append(std::to_string(value));
 }
 
 LogStream &LogStream::operator<<(long value) noexcept
 {
-    return AppendMade([value] { return std::to_string(value); });
+    return Append(std::to_string(value));
 }
 
 LogStream &LogStream::operator<<(float value) noexcept
 {
-    return AppendMade([value] { return std::to_string(static_cast<double>(value)); });
+    return Append(std::to_string(static_cast<double>(value)));
 }
 
 LogStream &LogStream::operator<<(double value) noexcept
 {
-    return AppendMade([value] { return std::to_string(value); });
+    return Append(std::to_string(value));
 }
 
 LogStream &LogStream::operator<<(const char *text) noexcept
@@ -213,7 +175,7 @@ LogStream &LogStream::operator<<(const char *text) noexcept
     if (text == nullptr) {
         std::terminate();
     }
-    return AppendMade([text] { return std::string(text); });
+    return Append(std::string(text));
 }
 
 LogStream &LogStream::operator<<(const std::string &text) noexcept
@@ -223,70 +185,67 @@ LogStream &LogStream::operator<<(const std::string &text) noexcept
 
 LogStream &LogStream::operator<<(LogLevel level) noexcept
 {
-    return AppendMade([level] { return std::string(LevelName(level)); });
+    return Append(std::string(LevelName(level)));
 }
 
 LogStream &LogStream::operator<<(const LogHex8Pre &hex) noexcept
 {
-    return AppendMade([&hex] { return Hex("LogHex8Pre snprintf_s:", "0x%02X", hex.value); });
+    return Append(Hex("LogHex8Pre snprintf_s:", "0x%02X", hex.value));
 }
 
 LogStream &LogStream::operator<<(const LogHex16Pre &hex) noexcept
 {
-    return AppendMade([&hex] { return Hex("LogHex16Pre snprintf_s:", "0x%04X", hex.value); });
+    return Append(Hex("LogHex16Pre snprintf_s:", "0x%04X", hex.value));
 }
 
 LogStream &LogStream::operator<<(const LogHex32Pre &hex) noexcept
 {
-    return AppendMade([&hex] { return Hex("LogHex32Pre snprintf_s:", "0x%08X", hex.value); });
+    return Append(Hex("LogHex32Pre snprintf_s:", "0x%08X", hex.value));
 }
 
 LogStream &LogStream::operator<<(const LogHex64Pre &hex) noexcept
 {
-    return AppendMade([&hex] {
-        return Hex64("LogHex64Pre  high snprintf_s:", "LogHex64Pre  low snprintf_s:", "0x%08X", hex.value);
-    });
+    return Append(Hex64("LogHex64Pre  high snprintf_s:", "LogHex64Pre  low snprintf_s:", "0x%08X", hex.value));
 }
 
 LogStream &LogStream::operator<<(const LogHex8 &hex) noexcept
 {
-    return AppendMade([&hex] { return Hex("LogHex8 snprintf_s:", "%02X", hex.value); });
+    return Append(Hex("LogHex8 snprintf_s:", "%02X", hex.value));
 }
 
 LogStream &LogStream::operator<<(const LogHex16 &hex) noexcept
 {
-    return AppendMade([&hex] { return Hex("LogHex16 snprintf_s:", "%04X", hex.value); });
+    return Append(Hex("LogHex16 snprintf_s:", "%04X", hex.value));
 }
 
 LogStream &LogStream::operator<<(const LogHex32 &hex) noexcept
 {
-    return AppendMade([&hex] { return Hex("LogHex32 snprintf_s:", "%08X", hex.value); });
+    return Append(Hex("LogHex32 snprintf_s:", "%08X", hex.value));
 }
 
 LogStream &LogStream::operator<<(const LogHex64 &hex) noexcept
 {
-    return AppendMade(
-        [&hex] { return Hex64("LogHex64  high snprintf_s:", "LogHex64  low snprintf_s:", "%08X", hex.value); });
+    return Append(Hex64("LogHex64  high snprintf_s:", "LogHex64  low snprintf_s:", "%08X", hex.value));
 }
 
 LogStream &LogStream::operator<<(const LogBin8 &bin) noexcept
 {
-    return AppendMade([&bin] { return Bits(bin.value, 8); });
+    return Append(Bits(bin.value, 8));
 }
 
 LogStream &LogStream::operator<<(const LogBin16 &bin) noexcept
 {
-    return AppendMade([&bin] { return Bits(bin.value, 16); });
+    return Append(Bits(bin.value, 16));
 }
 
 LogStream &LogStream::operator<<(const LogBin32 &bin) noexcept
 {
-    return AppendMade([&bin] { return Bits(bin.value, 32); });
+    return Append(Bits(bin.value, 32));
 }
 
 LogStream &LogStream::operator<<(const LogBin64 &bin) noexcept
 {
-    return AppendMade([&bin] { return Bits(bin.value, 64); });
+    return Append(Bits(bin.value, 64));
 }
 
 }  // namespace Log

@@ -45,14 +45,14 @@ uint32_t KRV_LogHookReg(KrvLogHookFunc hook)
 {
     KrvLogHookFunc expected = nullptr;
     if (hook == nullptr || !g_hook.compare_exchange_strong(expected, hook)) {
-        return 22;
+        return KRV_ERR_INVALID;
     }
-    return 0;
+    return KRV_OK;
 }
 
 uint32_t KRV_LogHookUnReg(void)
 {
-    return g_hook.exchange(nullptr) != nullptr ? 0 : 1;
+    return g_hook.exchange(nullptr) != nullptr ? KRV_OK : KRV_ERR_FAILED;
 }
 
 void KRV_LogFilter(uint32_t level)

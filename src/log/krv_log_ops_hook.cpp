@@ -1,13 +1,11 @@
 // File log backend, producer side: the hook that every diagnostic of the process passes through.
 // Its own failures go to standard output only, so that a failing log path cannot recurse.
-#include <sys/time.h>
-
 #include <cstdio>
 #include <cstring>
 
 #include "krv_osal.h"
 #include "log/krv_log_ops_internal.h"
-#include "osal/krv_bounded.h"
+#include "log/krv_log_ops_line.h"
 
 namespace krv::logops {
 namespace {
@@ -53,36 +51,27 @@ bool RouteToModule(Context *ctx, uint32_t errCode, uint32_t level, const char *f
     return routed;
 }
 
-// Formats the line stamp: zero-padded hour and six-digit microseconds, unlike the printing path.
-int FormatStamp(char *stamp, size_t size)
-{
-    struct tm local = {};
-    long usec = 0;
-    LocalTimeNow(&local, &usec);
-    return krv::snprintf_s(stamp, size, size - 1, "%4d.%02d.%02d %02d:%02d:%02d.%06ld", local.tm_year + 1900,
-                           local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, usec);
-}
-
-// Appends line to the queue, which takes ownership; a full queue drops it. The lock covers only
-// the index arithmetic and one store, so producers never wait for the disk.
+// Appends line to the queue, which takes ownership; a full queue drops it and counts the drop.
+// The lock covers only the index arithmetic and a few stores, so producers never wait for the disk.
 void Enqueue(Context *ctx, char *line)
 {
     KRV_OsalMutexLock(ctx->bufLock);
+    uint32_t slot = ctx->tail;
     if (ctx->head == -1) {
-        ctx->head = static_cast<int32_t>(ctx->tail);
-        ctx->lineQueue[ctx->tail] = line;
-        KRV_OsalMutexUnLock(ctx->bufLock);
-        return;
+        ctx->head = static_cast<int32_t>(slot);
+    } else {
+        slot = ctx->tail + 1 == kQueueSlots ? 0 : ctx->tail + 1;
+        if (static_cast<int32_t>(slot) == ctx->head) {
+            ++ctx->droppedLines;
+            KRV_OsalMutexUnLock(ctx->bufLock);
+            KRV_OsalMemFree(line);
+            std::fputs("log buf add failed, buffer is full\r\n", stdout);
+            return;
+        }
+        ctx->tail = slot;
     }
-    uint32_t next = ctx->tail + 1 == kQueueSlots ? 0 : ctx->tail + 1;
-    if (static_cast<int32_t>(next) == ctx->head) {
-        KRV_OsalMutexUnLock(ctx->bufLock);
-        KRV_OsalMemFree(line);
-        std::printf("log buf add failed, buffer is full\r\n");
-        return;
-    }
-    ctx->lineQueue[next] = line;
-    ctx->tail = next;
+    ctx->lineQueue[slot] = line;
+    ++ctx->queuedLines;
     KRV_OsalMutexUnLock(ctx->bufLock);
 }
 
@@ -96,26 +85,27 @@ void EmitLine(Context *ctx, uint32_t errCode, uint32_t level, const char *fileNa
         return;
     }
     char stamp[kStampBufSize];
-    if (FormatStamp(stamp, sizeof(stamp)) <= 0) {
+    size_t stampLen = StampNow(stamp);
+    if (stampLen == 0) {
         return;
     }
     const char *file = fileName != nullptr ? fileName : "(null)";
-    size_t size = std::strlen(msg) + std::strlen(file) + kLineOverhead;
+    const LinePieces pieces = {stamp, stampLen, level, errCode, file, std::strlen(file), line, msg, std::strlen(msg)};
+    size_t size = pieces.msgLen + pieces.fileLen + kLineOverhead;
     char *text = static_cast<char *>(KRV_OsalMemAlloc(size));
     if (text == nullptr) {
         std::printf("malloc fail, size: %zu\r\n", kReportedLineSize);
         std::printf("log joint failed, log:%s\r\n", msg);
         return;
     }
-    if (krv::snprintf_s(text, size, size - 1, "[%s][%u][0x%x][%s:%u]%s\n", stamp, level, errCode, file, line, msg) <
-        0) {
+    if (LineFormat(text, size, pieces) < 0) {
         KRV_OsalMemFree(text);
         std::printf("log sprintf failed\r\n");
         std::printf("log joint failed, log:%s\r\n", msg);
         return;
     }
     if (HasMode(ctx, KRV_LOG_MODE_STDOUT)) {
-        std::printf("%s", text);
+        std::fputs(text, stdout);
     }
     if (!HasMode(ctx, KRV_LOG_MODE_FILE)) {
         KRV_OsalMemFree(text);
@@ -124,29 +114,32 @@ void EmitLine(Context *ctx, uint32_t errCode, uint32_t level, const char *fileNa
     Enqueue(ctx, text);
 }
 
-}  // namespace
-
-void LocalTimeNow(struct tm *local, long *usec)
+// The calling thread's slot for counting its hook calls, dealt out in turn to threads as they first log.
+HookSlot &HookSlotOfThisThread()
 {
-    struct timeval now = {};
-    gettimeofday(&now, nullptr);
-    time_t seconds = now.tv_sec;
-    localtime_r(&seconds, local);
-    *usec = static_cast<long>(now.tv_usec);
+    static std::atomic<uint32_t> nextSlot{0};
+    thread_local uint32_t slotPlusOne = 0;  // 0 until this thread has a slot
+    if (slotPlusOne == 0) {
+        slotPlusOne = nextSlot.fetch_add(1, std::memory_order_relaxed) % kHookSlots + 1;
+    }
+    return g_hookActive[slotPlusOne - 1];
 }
+
+}  // namespace
 
 /* A routed diagnostic is neither filtered nor printed nor written: the module owns it. The in-flight
    count lets finalisation wait until no call still uses the context it is about to free. */
 void Hook(uint32_t errCode, uint32_t level, const char *fileName, uint32_t line, const char *msg)
 {
-    g_hookActive.fetch_add(1);
+    std::atomic<uint32_t> &active = HookSlotOfThisThread().active;
+    active.fetch_add(1);
     Context *ctx = g_context.load();
     if (ctx != nullptr && msg != nullptr) {
         if (!HasMode(ctx, KRV_LOG_MODE_MODULE) || !RouteToModule(ctx, errCode, level, fileName, line, msg)) {
             EmitLine(ctx, errCode, level, fileName, line, msg);
         }
     }
-    g_hookActive.fetch_sub(1);
+    active.fetch_sub(1);
 }
 
 }  // namespace krv::logops

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "krv_osal.h"
+#include "krv_status.h"
 #include "log/krv_diag.h"
 #include "log/krv_log_ops_internal.h"
 
@@ -32,22 +33,23 @@ uint32_t RotateFile(Context *ctx)
     if (oldest != nullptr) {
         ctx->logPaths[ctx->fileSlot] = nullptr;
         if (std::remove(oldest) != 0) {
-            KRV_DIAG(1, "remove log file failed, errno: %d", errno);
+            KRV_DIAG(KRV_ERR_FAILED, "remove log file failed, errno: %d", errno);
         }
         KRV_OsalMemFree(oldest);
     }
     return LogFileCreate(ctx);
 }
 
-// Writes the whole line with as many write calls as the descriptor needs (one, normally).
-void WriteLine(Context *ctx, const char *line)
+// Writes the whole line with as many write calls as the descriptor needs (one, normally). Returns
+// false when no file could be created for it: the line is lost and the writer moves straight on.
+bool WriteLine(Context *ctx, const char *line)
 {
     size_t length = std::strlen(line);
     if (static_cast<uint64_t>(ctx->fileSize) + length > ctx->cfg.logSize / 3) {
-        if (RotateFile(ctx) != 0) {
+        if (RotateFile(ctx) != KRV_OK) {
             std::printf("log file create failed\r\n");
             std::printf("log file check failed\r\n");
-            return;
+            return false;
         }
     }
     size_t done = 0;
@@ -66,6 +68,7 @@ void WriteLine(Context *ctx, const char *line)
         std::printf("write file fail, done:%zu, buffLen:%zu\r\n", done, length);
     }
     ctx->fileSize += static_cast<uint32_t>(done);
+    return true;
 }
 
 }  // namespace
@@ -81,12 +84,13 @@ char *QueueHeadPop(Context *ctx)
     } else {
         ctx->head = head + 1 == static_cast<int32_t>(kQueueSlots) ? 0 : head + 1;
     }
+    ++ctx->doneLines;
     return line;
 }
 
-/* The line stays queued while it is written, so the lock is never held across disk I/O. The pass
-   that first sees the running flag cleared still handles one line; the rest is discarded by
-   finalisation. */
+/* The line stays queued while it is written, so the lock is never held across disk I/O. A line lost
+   to a failed file creation skips the pause that follows a burst. The pass that first sees the
+   running flag cleared still handles one line; the rest is discarded by finalisation. */
 void *WriterMain(void *arg)
 {
     Context *ctx = static_cast<Context *>(arg);
@@ -111,8 +115,7 @@ void *WriterMain(void *arg)
         const char *line = ctx->lineQueue[head];
         KRV_OsalMutexUnLock(ctx->bufLock);
 
-        WriteLine(ctx, line);
-        if (burst >= kBurstLines) {
+        if (WriteLine(ctx, line) && burst >= kBurstLines) {
             KRV_OsalTaskDelay(0, kBurstYieldUsec);
             burst = 0;
         }

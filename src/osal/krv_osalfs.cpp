@@ -12,6 +12,8 @@
 #include <cstring>
 
 #include "krv_osal.h"
+#include "krv_osaleno.h"
+#include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
 #include "osal/krv_pathbuf.h"
@@ -21,24 +23,32 @@ namespace {
 constexpr char kKrvSource[] = "krv_osalfs";
 constexpr size_t kPeerTextSize = 16;  // INET_ADDRSTRLEN: the length reported is always this
 
-// The I/O failures callers are prepared for; the values agree with KRV_OsalEnoTransfer.
+// Lines of KRV_RealPathCheck's reports, fixed by the interface.
+constexpr uint32_t kLineNullPath = 45;
+constexpr uint32_t kLineNoBuffer = 51;
+constexpr uint32_t kLineResolveFailed = 56;
+constexpr uint32_t kLineNotCanonical = 63;
+
+// The I/O failures callers are prepared for get their library error number; any other is unknown.
 uint32_t TranslateIoErrno(int err)
 {
     switch (err) {
-        case EPERM: return 1;
-        case EINTR: return 4;
-        case EIO: return 5;
-        case EBADF: return 9;
-        case EAGAIN: return 11;  // also EWOULDBLOCK on Linux, so 41 never comes out
-        case EFAULT: return 14;
-        case EISDIR: return 21;
-        case EINVAL: return 22;
-        case EFBIG: return 27;
-        case ENOSPC: return 28;
-        case EPIPE: return 32;
-        case EDESTADDRREQ: return 88;
-        case EDQUOT: return 121;
-        default: return 255;
+        case EPERM:
+        case EINTR:
+        case EIO:
+        case EBADF:
+        case EAGAIN:  // also EWOULDBLOCK on Linux, so its 41 never comes out
+        case EFAULT:
+        case EISDIR:
+        case EINVAL:
+        case EFBIG:
+        case ENOSPC:
+        case EPIPE:
+        case EDESTADDRREQ:
+        case EDQUOT:
+            return KRV_OsalEnoTransfer(err);
+        default:
+            return KRV_ERR_UNKNOWN;
     }
 }
 
@@ -54,7 +64,7 @@ uint32_t KRV_OsalIoSend(uint32_t fd, const void *buf, uint64_t len, uint64_t *se
         return TranslateIoErrno(errno);
     }
     *sentLen = static_cast<uint64_t>(done);
-    return 0;
+    return KRV_OK;
 }
 
 uint32_t KRV_OsalIoRecv(uint32_t fd, void *buf, uint64_t len, uint64_t *recvLen)
@@ -64,14 +74,14 @@ uint32_t KRV_OsalIoRecv(uint32_t fd, void *buf, uint64_t len, uint64_t *recvLen)
         return TranslateIoErrno(errno);
     }
     *recvLen = static_cast<uint64_t>(done);
-    return 0;
+    return KRV_OK;
 }
 
 /* The whole 16-byte text buffer is copied and reported, trailing NULs included. */
 uint32_t KRV_OsalPeerAddrGet(uint32_t sockfd, uint64_t bufLen, char *buf, uint64_t *addrLen)
 {
     if (buf == nullptr || addrLen == nullptr || bufLen == 0) {
-        return 22;
+        return KRV_ERR_INVALID;
     }
     struct sockaddr_in peer = {};
     socklen_t peerLen = sizeof(peer);
@@ -82,10 +92,10 @@ uint32_t KRV_OsalPeerAddrGet(uint32_t sockfd, uint64_t bufLen, char *buf, uint64
     char text[kPeerTextSize] = {};
     (void)inet_ntop(AF_INET, &peer.sin_addr, text, sizeof(text));
     if (krv::memcpy_s(buf, bufLen, text, sizeof(text)) != 0) {
-        return 1;
+        return KRV_ERR_FAILED;
     }
     *addrLen = kPeerTextSize;
-    return 0;
+    return KRV_OK;
 }
 
 /* A path that does not exist is not an error here: callers create what is missing. Without a
@@ -93,33 +103,35 @@ uint32_t KRV_OsalPeerAddrGet(uint32_t sockfd, uint64_t bufLen, char *buf, uint64
 uint32_t KRV_RealPath(const char *path, char *resolved)
 {
     if (resolved == nullptr) {
-        return 1;
+        return KRV_ERR_FAILED;
     }
     if (realpath(path, resolved) != nullptr) {
-        return 0;
+        return KRV_OK;
     }
-    return errno == ENOENT ? 0 : 1;
+    return errno == ENOENT ? KRV_OK : KRV_ERR_FAILED;
 }
 
 uint32_t KRV_RealPathCheck(const char *path)
 {
     if (path == nullptr) {
-        KRV_DIAG_AT(45, 22, krv::kLevelError, "param is null");
-        return 22;
+        KRV_DIAG_AT(kLineNullPath, KRV_ERR_INVALID, krv::kLevelError, "param is null");
+        return KRV_ERR_INVALID;
     }
     char *resolved = static_cast<char *>(KRV_OsalMemAlloc(krv::kPathBufSize));
     if (resolved == nullptr) {
-        KRV_DIAG_AT(51, 12, krv::kLevelError, "malloc failed, pathLen:%zu", static_cast<size_t>(krv::kPathBufSize));
-        return 12;
+        KRV_DIAG_AT(kLineNoBuffer, KRV_ERR_NOMEM, krv::kLevelError, "malloc failed, pathLen:%zu",
+                    static_cast<size_t>(krv::kPathBufSize));
+        return KRV_ERR_NOMEM;
     }
     resolved[0] = '\0';  // a missing path may leave the buffer untouched; compare against "" then
-    uint32_t result = 0;
-    if (KRV_RealPath(path, resolved) != 0) {
-        KRV_DIAG_AT(56, 1, krv::kLevelError, "RealPath fail, path:%s", path);
-        result = 1;
+    uint32_t result = KRV_OK;
+    if (KRV_RealPath(path, resolved) != KRV_OK) {
+        KRV_DIAG_AT(kLineResolveFailed, KRV_ERR_FAILED, krv::kLevelError, "RealPath fail, path:%s", path);
+        result = KRV_ERR_FAILED;
     } else if (std::strcmp(resolved, path) != 0) {
-        KRV_DIAG_AT(63, 22, krv::kLevelError, "strcmp fail, realpath:%s, path:%s", resolved, path);
-        result = 22;
+        KRV_DIAG_AT(kLineNotCanonical, KRV_ERR_INVALID, krv::kLevelError, "strcmp fail, realpath:%s, path:%s", resolved,
+                    path);
+        result = KRV_ERR_INVALID;
     }
     KRV_OsalMemFree(resolved);
     return result;

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr uint32_t kRwFailed = KRV_ERR_FAILED;  // read-write locks report platform refusals as 1
+constexpr uint32_t kRwFailed = KRV_ERR_FAILED;  // read-write locks report platform refusals as a generic failure
 
 template <typename T>
 T *Object(void *handle)
@@ -171,7 +171,7 @@ uint32_t KRV_OsalCondBroadcast(KrvCond cond)
     return PlatformResult(pthread_cond_broadcast(Object<pthread_cond_t>(cond)));
 }
 
-/* The mutex comes first, unlike the platform call; a time-out reads as any other failure (14). */
+/* The mutex comes first, unlike the platform call; a time-out reads as any other failure. */
 uint32_t KRV_OsalCondTimedWait(KrvMutex mutex, KrvCond cond, const struct timespec *absTime)
 {
     if (mutex == nullptr || cond == nullptr || absTime == nullptr) {

@@ -16,6 +16,8 @@ constexpr char kKrvSource[] = "krv_reltmr";
 // maxTimer is accepted when maxTimer - 1 (unsigned, so 0 wraps) is at most this.
 constexpr uint32_t kMaxTimerLessOne = 59652322;
 constexpr uint32_t kCallbackWaitRetries = 10;
+constexpr uint32_t kCallbackWaitUs = 1000;  // one nap of the wait for a running callback
+constexpr uint32_t kUsersWaitUs = 100;      // one nap of the last fini's wait for calls still using the module
 }  // namespace
 
 namespace krv::reltmr {
@@ -27,6 +29,35 @@ KrvRelTmrCtrl *g_ctrl = nullptr;
 uint32_t g_ctrlUsers = 0;
 // Serialises module creation and teardown so that at most one module, and one trigger thread, exists.
 pthread_mutex_t g_lifecycleLock = PTHREAD_MUTEX_INITIALIZER;
+
+// Holds the lifecycle lock for one KRV_RelTimerInit or KRV_RelTimerFini, except on the trigger
+// thread. A callback needs no lifecycle lock: while it runs the module can be neither created (it
+// exists) nor destroyed (the last fini joins this thread first), and pool counting is under the
+// timer mutex. Taking it there would make the callback wait for another thread's fini, which in
+// turn waits for the callback.
+class LifecycleLock {
+public:
+    LifecycleLock() : held_(!OnTrigThread())
+    {
+        if (held_) {
+            pthread_mutex_lock(&g_lifecycleLock);
+        }
+    }
+    ~LifecycleLock() { Release(); }
+    LifecycleLock(const LifecycleLock &) = delete;
+    LifecycleLock &operator=(const LifecycleLock &) = delete;
+    // Releases the lock early, before reporting a refusal.
+    void Release()
+    {
+        if (held_) {
+            held_ = false;
+            pthread_mutex_unlock(&g_lifecycleLock);
+        }
+    }
+
+private:
+    bool held_;
+};
 
 // Sequentially consistent with the users count: a user either counts itself before it reads the
 // record, and is waited for, or reads null.
@@ -51,7 +82,7 @@ KrvRelTmrCtrl *UsableCtrl()
 }
 
 // Builds a pool of maxTimer + 1 idle nodes chained into its free list; the extra node is never
-// handed out, so taking a node never empties the list. Returns 0, 22 or 12.
+// handed out, so taking a node never empties the list. Returns KRV_OK, KRV_ERR_INVALID or KRV_ERR_NOMEM.
 uint32_t KrvRelTmrPoolsInit(uint32_t maxTimer, KrvRelTmrPool **created)
 {
     if (maxTimer - 1 > kMaxTimerLessOne) {
@@ -83,7 +114,7 @@ uint32_t KrvRelTmrPoolsInit(uint32_t maxTimer, KrvRelTmrPool **created)
     pool->freeHead = &nodes[0];
     pool->freeTail = &nodes[maxTimer];
     *created = pool;
-    return 0;
+    return KRV_OK;
 }
 
 // Releases a pool's nodes and record, leaving the freed mark for stale handles that still read it.
@@ -100,7 +131,7 @@ void KrvRelTmrCtrlDestroy(KrvRelTmrCtrl *ctrl)
 {
     PublishCtrl(nullptr);
     while (__atomic_load_n(&g_ctrlUsers, __ATOMIC_SEQ_CST) != 0) {
-        KRV_OsalTaskDelay(0, 100);
+        KRV_OsalTaskDelay(0, kUsersWaitUs);
     }
     (void)KRV_OsalMutexDestroy(&ctrl->grpMutex);
     (void)KRV_OsalMutexDestroy(&ctrl->tmrMutex);
@@ -118,13 +149,13 @@ KrvRelTmrCtrl *KrvRelTmrResInit()
     }
     (void)krv::memset_s(ctrl, sizeof(*ctrl), 0, sizeof(*ctrl));
     uint32_t ret = KRV_OsalMutexCreate(&ctrl->tmrMutex);
-    if (ret != 0) {
+    if (ret != KRV_OK) {
         KRV_DIAG(ret, "[MERILUX-KrvRelTmrResInit]:Res Mutex Create fail");
         KRV_OsalMemFree(ctrl);
         return nullptr;
     }
     ret = KRV_OsalMutexCreate(&ctrl->grpMutex);
-    if (ret != 0) {
+    if (ret != KRV_OK) {
         KRV_DIAG(ret, "[MERILUX-KrvRelTmrResInit]:Grp Mutex Create fail");
         (void)KRV_OsalMutexDestroy(&ctrl->tmrMutex);
         KRV_OsalMemFree(ctrl);
@@ -133,7 +164,7 @@ KrvRelTmrCtrl *KrvRelTmrResInit()
     return ctrl;
 }
 
-// Allocates and clears the wheel; returns 0 or 12 (logged).
+// Allocates and clears the wheel; returns KRV_OK or KRV_ERR_NOMEM (logged).
 uint32_t KrvRelTmrHashInit(KrvRelTmrCtrl *ctrl)
 {
     ctrl->wheelMask = kWheelMask;
@@ -147,7 +178,7 @@ uint32_t KrvRelTmrHashInit(KrvRelTmrCtrl *ctrl)
         return KRV_ERR_NOMEM;
     }
     WheelClear(ctrl->buckets);
-    return 0;
+    return KRV_OK;
 }
 
 // First pool: creates the module, its first pool, the wheel and the trigger thread; on any failure
@@ -160,89 +191,92 @@ uint32_t KrvRelTmrModuleCreate(uint32_t maxTimer, KrvRelTmrPool **pool)
         return KRV_ERR_FAILED;
     }
     PublishCtrl(ctrl);
-    KRV_OsalMutexLock(ctrl->tmrMutex);
+    TmrLock(ctrl);
     KrvRelTmrPool *created = nullptr;
     uint32_t ret = KrvRelTmrPoolsInit(maxTimer, &created);
-    if (ret == 0) {
+    if (ret == KRV_OK) {
         ret = KrvRelTmrHashInit(ctrl);
-        if (ret == 0) {
+        if (ret == KRV_OK) {
             int err = pthread_create(&ctrl->trigThread, nullptr, KrvRelTmrTrigTaskEntry, nullptr);
             if (err != 0) {
                 KRV_DIAG(KRV_ERR_FAILED, "[MERILUX-KRV_ReltimerInit]:create reltimer trig thread failed, err is %d", err);
                 ret = KRV_ERR_FAILED;
             }
         }
-        if (ret != 0) {
+        if (ret != KRV_OK) {
             KrvRelTmrPoolFree(created);
         }
     }
-    if (ret != 0) {
-        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    if (ret != KRV_OK) {
+        TmrUnlock(ctrl);
         KrvRelTmrCtrlDestroy(ctrl);
         return ret;
     }
     *pool = created;
     ++ctrl->poolCount;
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
-    return 0;
+    TmrUnlock(ctrl);
+    return KRV_OK;
 }
 
-// Later pools: refused while the module stops or when *pool already holds a live pool.
+// Later pools: refused while the module stops or when *pool already holds a live pool. The stopping
+// flag is read in the same critical section that counts the new pool: a callback adds pools without
+// the lifecycle lock, and the last fini decides under this mutex whether its pool is the last.
 uint32_t KrvRelTmrPoolAdd(KrvRelTmrCtrl *ctrl, uint32_t maxTimer, KrvRelTmrPool **pool)
 {
+    TmrLock(ctrl);
+    uint32_t ret = KRV_ERR_STOPPING;
     if (__atomic_load_n(&ctrl->stopping, __ATOMIC_ACQUIRE) != 0) {
         KRV_DIAG(KRV_ERR_STOPPING, "[MERILUX-KRV_RelTimerInit]:reltimer module is deinitializing.");
-        return KRV_ERR_STOPPING;
-    }
-    // The check logs "invalid" when it passes; callers see that line on every later init.
-    if (KrvRelTmrPoolHandleValidCheck(*pool)) {
+    } else if (KrvRelTmrPoolHandleValidCheck(*pool)) {
+        // The check logs "invalid" when it passes; callers see that line on every later init.
         KRV_DIAG(KRV_ERR_POOL_IN_USE, "[MERILUX-KRV_RelTimerInit]:the timer pool handle is used.");
-        return KRV_ERR_POOL_IN_USE;
+        ret = KRV_ERR_POOL_IN_USE;
+    } else {
+        KrvRelTmrPool *created = nullptr;
+        ret = KrvRelTmrPoolsInit(maxTimer, &created);
+        if (ret == KRV_OK) {
+            *pool = created;
+            ++ctrl->poolCount;
+        }
     }
-    KRV_OsalMutexLock(ctrl->tmrMutex);
-    KrvRelTmrPool *created = nullptr;
-    uint32_t ret = KrvRelTmrPoolsInit(maxTimer, &created);
-    if (ret == 0) {
-        *pool = created;
-        ++ctrl->poolCount;
-    }
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrUnlock(ctrl);
     return ret;
 }
 
 // Gives a running callback up to ten 1 ms naps to finish, then goes on regardless.
 void KrvRelTmrWaitForCallBackFuncEnded(KrvRelTmrCtrl *ctrl)
 {
-    KRV_OsalMutexLock(ctrl->tmrMutex);
+    TmrLock(ctrl);
     uint32_t running = ctrl->cbRunning;
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrUnlock(ctrl);
     for (uint32_t retries = 0; running == 1; ++retries) {
         if (retries == kCallbackWaitRetries) {
             KRV_DIAG(KRV_ERR_STOPPING, "[MERILUX-KrvRelTmrWaitForCallBackFuncEnded]:the max retry times has reached.");
             return;
         }
-        KRV_OsalTaskDelay(0, 1000);
-        KRV_OsalMutexLock(ctrl->tmrMutex);
+        KRV_OsalTaskDelay(0, kCallbackWaitUs);
+        TmrLock(ctrl);
         running = ctrl->cbRunning;
-        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+        TmrUnlock(ctrl);
     }
 }
 
 // Last pool: stops and joins the trigger thread, then releases the pool and the module. Entered with
 // the lifecycle lock and the timer mutex held; returns with only the lifecycle lock held. The
-// lifecycle lock is dropped during the join so a callback calling KRV_RelTimerInit sees "stopping"
-// instead of deadlocking.
+// lifecycle lock is dropped during the join so that other threads' calls see "stopping" at once.
+// Never reached from a callback: the pool of the running timer still counts it as used.
 void KrvRelTmrModuleDestroy(KrvRelTmrCtrl *ctrl, KrvRelTmrPool *pool)
 {
+    assert(!OnTrigThread());
     __atomic_store_n(&ctrl->stopping, static_cast<uint8_t>(1), __ATOMIC_RELEASE);
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrUnlock(ctrl);
     pthread_mutex_unlock(&g_lifecycleLock);
     (void)pthread_join(ctrl->trigThread, nullptr);
     pthread_mutex_lock(&g_lifecycleLock);
-    KRV_OsalMutexLock(ctrl->tmrMutex);
+    TmrLock(ctrl);
     KrvRelTmrPoolFree(pool);
     --ctrl->poolCount;
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrUnlock(ctrl);
     KrvRelTmrCtrlDestroy(ctrl);
 }
 
@@ -280,6 +314,7 @@ bool KrvRelTmrPoolHandleValidCheck(const KrvRelTmrPool *pool)
 
 void KrvRelTmrFree(KrvRelTmrNode *node)
 {
+    assert(TmrHeld());
     node->status = KRV_RELTMR_STATUS_IDLE;
     if (node->handleSlot != nullptr && *node->handleSlot == node) {
         *node->handleSlot = nullptr;
@@ -310,29 +345,27 @@ uint32_t KRV_RelTimerInit(uint32_t maxTimer, KrvRelTmrPool **pool)
         KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KRV_RelTimerInit]:the timer pool handle is NULL.");
         return KRV_ERR_INVALID;
     }
-    pthread_mutex_lock(&g_lifecycleLock);
+    LifecycleLock lifecycle;
     KrvRelTmrCtrl *ctrl = Ctrl();
-    uint32_t ret = ctrl == nullptr ? KrvRelTmrModuleCreate(maxTimer, pool) : KrvRelTmrPoolAdd(ctrl, maxTimer, pool);
-    pthread_mutex_unlock(&g_lifecycleLock);
-    return ret;
+    return ctrl == nullptr ? KrvRelTmrModuleCreate(maxTimer, pool) : KrvRelTmrPoolAdd(ctrl, maxTimer, pool);
 }
 
 uint32_t KRV_RelTimerFini(KrvRelTmrPool *pool)
 {
-    pthread_mutex_lock(&g_lifecycleLock);
+    LifecycleLock lifecycle;
     if (!KrvRelTmrIsInitialized() || !KrvRelTmrPoolHandleValidCheck(pool)) {
-        pthread_mutex_unlock(&g_lifecycleLock);
+        lifecycle.Release();
         KRV_DIAG(KRV_ERR_NOT_INIT, "[MERILUX-KRV_RelTimerFini]:timer pool handle is not initialized");
         return KRV_ERR_NOT_INIT;
     }
     KrvRelTmrCtrl *ctrl = Ctrl();
     KrvRelTmrWaitForCallBackFuncEnded(ctrl);
-    KRV_OsalMutexLock(ctrl->tmrMutex);
+    TmrLock(ctrl);
     if (pool->usedCount != 0 || pool->grpCount != 0) {
         uint32_t used = pool->usedCount;
         uint32_t groups = pool->grpCount;
-        KRV_OsalMutexUnLock(ctrl->tmrMutex);
-        pthread_mutex_unlock(&g_lifecycleLock);
+        TmrUnlock(ctrl);
+        lifecycle.Release();
         KRV_DIAG(KRV_ERR_BUSY,
                  "[MERILUX-KRV_RelTimerFini]:some timers or timer grp has not been stopped, timer num is %u, grp num "
                  "is %u.",
@@ -344,10 +377,9 @@ uint32_t KRV_RelTimerFini(KrvRelTmrPool *pool)
     } else {
         --ctrl->poolCount;
         KrvRelTmrPoolFree(pool);
-        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+        TmrUnlock(ctrl);
     }
-    pthread_mutex_unlock(&g_lifecycleLock);
-    return 0;
+    return KRV_OK;
 }
 
 }  // extern "C"

@@ -1,4 +1,5 @@
 // Timer groups: arrays of timers sharing one pool and one callback, addressed by serial number.
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 
@@ -40,6 +41,7 @@ KrvRelTmrGrpInfo *KrvRelTmrGrpAlloc(uint64_t timerCount)
 // Timer mutex held.
 bool KrvRelTmrGrpInfoValidCheck(const KrvRelTmrGrpInfo *grp, uint64_t tmrSn)
 {
+    assert(TmrHeld());
     if (grp == nullptr || grp->initFlag != KRV_RELTMR_INIT_FLAG || tmrSn >= grp->timerCount ||
         grp->callback == nullptr || !KrvRelTmrPoolHandleValidCheck(grp->pool)) {
         KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrGrpInfoValidCheck]:grpInfo invalid, tmrSn is %zu.", static_cast<size_t>(tmrSn));
@@ -51,9 +53,9 @@ bool KrvRelTmrGrpInfoValidCheck(const KrvRelTmrGrpInfo *grp, uint64_t tmrSn)
 // Adds delta (+1 or -1) to the pool's group count, which KRV_RelTimerFini reads under the timer mutex.
 void KrvRelTmrGrpCountAdd(KrvRelTmrCtrl *ctrl, KrvRelTmrPool *pool, uint32_t delta)
 {
-    KRV_OsalMutexLock(ctrl->tmrMutex);
+    TmrLock(ctrl);
     pool->grpCount += delta;
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrUnlock(ctrl);
 }
 
 }  // namespace
@@ -92,7 +94,7 @@ uint32_t KRV_RelTimerGrpCreate(KrvRelTmrGrpInfo **timerGrp, KrvRelTmrPool *pool,
     KrvRelTmrGrpCountAdd(ctrl, pool, 1);
     *timerGrp = grp;
     KRV_OsalMutexUnLock(ctrl->grpMutex);
-    return 0;
+    return KRV_OK;
 }
 
 uint32_t KRV_RelTimerGrpFree(KrvRelTmrGrpInfo *timerGrp)
@@ -112,23 +114,20 @@ uint32_t KRV_RelTimerGrpFree(KrvRelTmrGrpInfo *timerGrp)
         return KRV_ERR_INVALID;
     }
     for (uint64_t sn = 0; sn < timerGrp->timerCount; ++sn) {
-        KRV_OsalMutexLock(ctrl->tmrMutex);
-        if (timerGrp->handles[sn] != nullptr) {
-            uint32_t ret = KRV_RelTimerStop(&timerGrp->handles[sn]);
-            if (ret != 0) {
-                // The group stays valid so the caller can retry once the cause is gone.
-                KRV_OsalMutexUnLock(ctrl->tmrMutex);
-                KRV_OsalMutexUnLock(ctrl->grpMutex);
-                return ret;
-            }
+        TmrLock(ctrl);
+        uint32_t ret = KrvRelTmrHandleStop(&timerGrp->handles[sn]);
+        TmrUnlock(ctrl);
+        if (ret != KRV_OK) {
+            // The group stays valid so the caller can retry once the cause is gone.
+            KRV_OsalMutexUnLock(ctrl->grpMutex);
+            return ret;
         }
-        KRV_OsalMutexUnLock(ctrl->tmrMutex);
     }
     timerGrp->initFlag = kFreedFlag;
     KrvRelTmrGrpCountAdd(ctrl, timerGrp->pool, static_cast<uint32_t>(-1));
     KRV_OsalMutexUnLock(ctrl->grpMutex);
     KRV_OsalMemFree(timerGrp);
-    return 0;
+    return KRV_OK;
 }
 
 uint32_t KRV_RelTimerofGrpStart(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn, uint32_t intervalMs, uint32_t param,
@@ -142,21 +141,22 @@ uint32_t KRV_RelTimerofGrpStart(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn, uint
     auto modeByte = static_cast<uint8_t>(mode);
     KrvRelTmrCtrl *ctrl = use.Get();
     KRV_OsalMutexLock(ctrl->grpMutex);
-    KRV_OsalMutexLock(ctrl->tmrMutex);
+    // Checks and start share one critical section of the timer mutex, as a plain start does.
+    TmrLock(ctrl);
     bool valid = KrvRelTmrGrpInfoValidCheck(timerGrp, tmrSn) && modeByte <= KRV_RELTMR_MODE_PERIODIC;
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    uint32_t ret = KRV_ERR_INVALID;
+    if (valid) {
+        KrvRelTmrFuncInfo funcInfo = {timerGrp->callback, tmrSn, param};
+        ret = KrvStartRelTimer(&timerGrp->handles[tmrSn], timerGrp->pool, intervalMs, modeByte, &funcInfo);
+    }
+    TmrUnlock(ctrl);
+    KRV_OsalMutexUnLock(ctrl->grpMutex);
     if (!valid) {
-        KRV_OsalMutexUnLock(ctrl->grpMutex);
         KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KRV_RelTimerofGrpStart]:Param invalid, mode is %u, tmrSn is %u", modeByte,
                  static_cast<unsigned>(tmrSn));
-        return KRV_ERR_INVALID;
-    }
-    KrvRelTmrFuncInfo funcInfo = {timerGrp->callback, tmrSn, param};
-    uint32_t ret = KrvStartRelTimer(&timerGrp->handles[tmrSn], timerGrp->pool, intervalMs, modeByte, &funcInfo);
-    if (ret != 0) {
+    } else if (ret != KRV_OK) {
         KRV_DIAG(ret, "[MERILUX-KRV_RelTimerofGrpStart]:KrvStartRelTimer failed, ret is %u", ret);
     }
-    KRV_OsalMutexUnLock(ctrl->grpMutex);
     return ret;
 }
 
@@ -182,18 +182,15 @@ uint32_t KRV_RelTimerofGrpStop(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn)
                  static_cast<size_t>(count), flag);
         return KRV_ERR_INVALID;
     }
-    KRV_OsalMutexLock(ctrl->tmrMutex);
-    uint32_t ret = 0;
-    if (timerGrp->handles[tmrSn] != nullptr) {
-        ret = KRV_RelTimerStop(&timerGrp->handles[tmrSn]);
-        // A handle that cannot be stopped refers to nothing live; keeping it would block the group's free.
-        timerGrp->handles[tmrSn] = nullptr;
-        if (ret != 0) {
-            KRV_DIAG(ret, "[MERILUX-KRV_RelTimerofGrpStop]:Failed to stop timer.");
-        }
-    }
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrLock(ctrl);
+    uint32_t ret = KrvRelTmrHandleStop(&timerGrp->handles[tmrSn]);
+    // A handle that cannot be stopped refers to nothing live; keeping it would block the group's free.
+    timerGrp->handles[tmrSn] = nullptr;
+    TmrUnlock(ctrl);
     KRV_OsalMutexUnLock(ctrl->grpMutex);
+    if (ret != KRV_OK) {
+        KRV_DIAG(ret, "[MERILUX-KRV_RelTimerofGrpStop]:Failed to stop timer.");
+    }
     return ret;
 }
 

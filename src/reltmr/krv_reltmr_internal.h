@@ -60,22 +60,61 @@ private:
     KrvRelTmrCtrl *ctrl_;
 };
 
+#ifndef NDEBUG
+// Times the calling thread holds the timer mutex (there is one module, so one timer mutex at a time).
+inline thread_local uint32_t t_tmrHolds = 0;
+
+// Whether the calling thread holds the timer mutex; for the asserts of the functions that need it.
+inline bool TmrHeld()
+{
+    return t_tmrHolds != 0;
+}
+#endif
+
+// Locks the timer mutex. Every lock and unlock of the module goes through this pair, so that debug
+// builds know which thread holds it.
+inline void TmrLock(KrvRelTmrCtrl *ctrl)
+{
+    KRV_OsalMutexLock(ctrl->tmrMutex);
+#ifndef NDEBUG
+    ++t_tmrHolds;
+#endif
+}
+
+// Unlocks the timer mutex locked with TmrLock.
+inline void TmrUnlock(KrvRelTmrCtrl *ctrl)
+{
+#ifndef NDEBUG
+    --t_tmrHolds;
+#endif
+    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+}
+
 // True when pool is non-null and valid; otherwise logs "timer pool handle is invalid" and returns false.
 bool KrvRelTmrPoolHandleValidCheck(const KrvRelTmrPool *pool);
 
 // Takes node out of the wheel and frees it (RUNNING), or marks it STOPPED for the trigger thread to
-// finish (TIMEOUT); returns 0, or 22 for any other status. Timer mutex held.
+// finish (TIMEOUT); returns KRV_OK, or KRV_ERR_INVALID for any other status. Timer mutex held.
 uint32_t KrvRelTmrStop(KrvRelTmrNode *node);
+
+// Stops the timer *handle refers to (nothing to do when it is empty) and clears *handle and the
+// node's handle slot; a stale handle still stops what its node runs now, and says so. Returns KRV_OK
+// or KrvRelTmrStop's status, leaving *handle as it was on failure. Timer mutex held.
+uint32_t KrvRelTmrHandleStop(KrvRelTmrNode **handle);
 
 // Returns node to its pool's free list and clears the handle that still refers to it. Timer mutex held.
 void KrvRelTmrFree(KrvRelTmrNode *node);
 
-// Starts a timer from pool, restarting over a running *handle; returns 0, 22 or 12. Takes the timer mutex.
+// Starts a timer from pool, restarting over a running *handle; returns KRV_OK, KRV_ERR_INVALID or
+// KRV_ERR_NOMEM (logged). Timer mutex held.
 uint32_t KrvStartRelTimer(KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t intervalMs, uint8_t mode,
                           const KrvRelTmrFuncInfo *funcInfo);
 
 // Body of the trigger thread: advances the wheel from the monotonic clock and runs due callbacks.
 void *KrvRelTmrTrigTaskEntry(void *unused);
+
+// True on the trigger thread, that is inside a timer callback (or the wheel's own work).
+bool OnTrigThread();
 
 }  // namespace krv::reltmr
 

@@ -1,4 +1,5 @@
 // Starting and stopping callback timers through their handles.
+#include <cassert>
 #include <cstdint>
 
 #include "krv_osalsync.h"
@@ -29,6 +30,7 @@ bool KrvRelTmrFuncInfoValidCheck(const KrvRelTmrFuncInfo *funcInfo)
 bool KrvRelTmrStartParamCheck(KrvRelTmrNode **handle, const KrvRelTmrPool *pool, uint8_t mode,
                               const KrvRelTmrFuncInfo *funcInfo)
 {
+    assert(TmrHeld());
     // A periodic timer without a handle could never be stopped.
     bool valid = !(handle == nullptr && mode == KRV_RELTMR_MODE_PERIODIC) && KrvRelTmrPoolHandleValidCheck(pool) &&
                  KrvRelTmrFuncInfoValidCheck(funcInfo) && mode <= KRV_RELTMR_MODE_PERIODIC;
@@ -42,33 +44,52 @@ bool KrvRelTmrStartParamCheck(KrvRelTmrNode **handle, const KrvRelTmrPool *pool,
 
 uint32_t KrvRelTmrStop(KrvRelTmrNode *node)
 {
+    assert(TmrHeld());
     KrvRelTmrCtrl *ctrl = Ctrl();
     switch (node->status) {
         case KRV_RELTMR_STATUS_RUNNING:
             WheelRemove(ctrl->buckets, node);
             KrvRelTmrFree(node);
-            return 0;
+            return KRV_OK;
         case KRV_RELTMR_STATUS_TIMEOUT:
             // Collected already: the trigger thread sees the mark and finishes the node without waiting here.
             node->status = KRV_RELTMR_STATUS_STOPPED;
-            return 0;
+            return KRV_OK;
         default:
             KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrStop]:status wrong,%u,%u", node->status, node->interval);
             return KRV_ERR_INVALID;
     }
 }
 
+uint32_t KrvRelTmrHandleStop(KrvRelTmrNode **handle)
+{
+    assert(TmrHeld());
+    KrvRelTmrNode *node = *handle;
+    if (node == nullptr) {
+        return KRV_OK;
+    }
+    uint32_t ret = KrvRelTmrStop(node);
+    if (ret == KRV_OK) {
+        // A stale handle still stops whatever its node runs now; the line tells the caller so.
+        if (node->handleSlot != handle) {
+            KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KRV_RelTimerStop]:param invalid");
+        }
+        *handle = nullptr;
+        node->handleSlot = nullptr;
+    }
+    return ret;
+}
+
 uint32_t KrvStartRelTimer(KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t intervalMs, uint8_t mode,
                           const KrvRelTmrFuncInfo *funcInfo)
 {
+    assert(TmrHeld());
     KrvRelTmrCtrl *ctrl = Ctrl();
-    KRV_OsalMutexLock(ctrl->tmrMutex);
     if (handle != nullptr && *handle != nullptr) {
         KrvRelTmrNode *old = *handle;
         if (old->handleSlot == handle) {
             uint32_t ret = KrvRelTmrStop(old);
-            if (ret != 0) {
-                KRV_OsalMutexUnLock(ctrl->tmrMutex);
+            if (ret != KRV_OK) {
                 KRV_DIAG(ret, "[MERILUX-KrvStartRelTimer]:stop fail");
                 return ret;
             }
@@ -80,7 +101,6 @@ uint32_t KrvStartRelTimer(KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t 
     }
     KrvRelTmrNode *node = pool->freeHead;
     if (node->next == nullptr) {
-        KRV_OsalMutexUnLock(ctrl->tmrMutex);
         KRV_DIAG(KRV_ERR_NOMEM, "[MERILUX-KrvStartRelTimer]:no free reltimer");
         return KRV_ERR_NOMEM;
     }
@@ -97,8 +117,7 @@ uint32_t KrvStartRelTimer(KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t 
     if (handle != nullptr) {
         *handle = node;
     }
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
-    return 0;
+    return KRV_OK;
 }
 
 }  // namespace krv::reltmr
@@ -118,16 +137,16 @@ uint32_t KRV_CallBackRelTimerStart(KrvRelTmrNode **handle, KrvRelTmrPool *pool, 
     }
     auto modeByte = static_cast<uint8_t>(mode);
     KrvRelTmrCtrl *ctrl = use.Get();
-    // Checks and start share one critical section: the start's own lock then only nests (cheap on
-    // the recursive mutex), and no other call can free the pool between the check and its use.
-    KRV_OsalMutexLock(ctrl->tmrMutex);
+    // Checks and start share one critical section, so no other call can free the pool between the
+    // check and its use.
+    TmrLock(ctrl);
     bool valid = KrvRelTmrStartParamCheck(handle, pool, modeByte, funcInfo);
     uint32_t ret = valid ? KrvStartRelTimer(handle, pool, intervalMs, modeByte, funcInfo) : KRV_ERR_INVALID;
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrUnlock(ctrl);
     if (!valid) {
         return KRV_ERR_INVALID;
     }
-    if (ret != 0) {
+    if (ret != KRV_OK) {
         KRV_DIAG(ret, "[MERILUX-KRV_CallBackRelTimerStart]:KrvStartRelTimer failed, ret is %u", ret);
     }
     return ret;
@@ -145,22 +164,9 @@ uint32_t KRV_RelTimerStop(KrvRelTmrNode **handle)
         return KRV_ERR_INVALID;
     }
     KrvRelTmrCtrl *ctrl = use.Get();
-    KRV_OsalMutexLock(ctrl->tmrMutex);
-    KrvRelTmrNode *node = *handle;
-    if (node == nullptr) {
-        KRV_OsalMutexUnLock(ctrl->tmrMutex);
-        return 0;
-    }
-    uint32_t ret = KrvRelTmrStop(node);
-    if (ret == 0) {
-        // A stale handle still stops whatever its node runs now; the line tells the caller so.
-        if (node->handleSlot != handle) {
-            KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KRV_RelTimerStop]:param invalid");
-        }
-        *handle = nullptr;
-        node->handleSlot = nullptr;
-    }
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrLock(ctrl);
+    uint32_t ret = KrvRelTmrHandleStop(handle);
+    TmrUnlock(ctrl);
     return ret;
 }
 

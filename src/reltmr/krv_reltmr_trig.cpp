@@ -1,4 +1,5 @@
 // The trigger thread: advances the wheel by the ticks the monotonic clock shows and runs due callbacks.
+#include <cassert>
 #include <ctime>
 
 #include "krv_osal.h"
@@ -16,6 +17,8 @@ namespace krv::reltmr {
 
 namespace {
 
+thread_local bool t_onTrigThread = false;
+
 // Runs a callback with the timer mutex released so it may start and stop timers itself; the
 // running flag lets KRV_RelTimerFini wait for it. Entered and left with the timer mutex held.
 void KrvRelTmrCallOut(KrvRelTmrCtrl *ctrl, const KrvRelTmrNode *node)
@@ -23,14 +26,15 @@ void KrvRelTmrCallOut(KrvRelTmrCtrl *ctrl, const KrvRelTmrNode *node)
     KrvRelTmrCallBack callback = node->callback;
     uint64_t arg = node->arg;
     uint32_t param = node->param;
+    assert(TmrHeld());
     ctrl->cbRunning = 1;
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrUnlock(ctrl);
     try {
         callback(arg, param);
     } catch (...) {
         // A throwing callback must not take the trigger thread, and every other timer, down with it.
     }
-    KRV_OsalMutexLock(ctrl->tmrMutex);
+    TmrLock(ctrl);
     ctrl->cbRunning = 0;
 }
 
@@ -40,6 +44,7 @@ void KrvRelTmrCallOut(KrvRelTmrCtrl *ctrl, const KrvRelTmrNode *node)
 // behaviour. Timer mutex held.
 void KrvRelTmrDispatch(KrvRelTmrCtrl *ctrl, KrvRelTmrNode *node)
 {
+    assert(TmrHeld());
     bool periodic = (node->mode & KRV_RELTMR_MODE_PERIODIC) != 0;
     if (node->status != KRV_RELTMR_STATUS_TIMEOUT) {
         if (!periodic) {
@@ -65,7 +70,7 @@ void KrvRelTmrDispatch(KrvRelTmrCtrl *ctrl, KrvRelTmrNode *node)
 // Moves the wheel on by ticks and dispatches everything that fell due, in bucket order.
 void KrvRelTmrTurn(KrvRelTmrCtrl *ctrl, uint64_t ticks)
 {
-    KRV_OsalMutexLock(ctrl->tmrMutex);
+    TmrLock(ctrl);
     uint32_t oldTick = ctrl->curTick;
     ctrl->curTick = oldTick + static_cast<uint32_t>(ticks);
     KrvRelTmrNode *expired = nullptr;
@@ -73,18 +78,24 @@ void KrvRelTmrTurn(KrvRelTmrCtrl *ctrl, uint64_t ticks)
     for (KrvRelTmrNode *node = ListPopFront(&expired); node != nullptr; node = ListPopFront(&expired)) {
         KrvRelTmrDispatch(ctrl, node);
     }
-    KRV_OsalMutexUnLock(ctrl->tmrMutex);
+    TmrUnlock(ctrl);
 }
 
 }  // namespace
 
+bool OnTrigThread()
+{
+    return t_onTrigThread;
+}
+
 void *KrvRelTmrTrigTaskEntry(void *)
 {
+    t_onTrigThread = true;
     KrvRelTmrCtrl *ctrl = Ctrl();
     for (;;) {
-        KRV_OsalMutexLock(ctrl->tmrMutex);
+        TmrLock(ctrl);
         bool stopping = ctrl->stopping != 0;
-        KRV_OsalMutexUnLock(ctrl->tmrMutex);
+        TmrUnlock(ctrl);
         timespec now{};
         (void)clock_gettime(CLOCK_MONOTONIC, &now);
         uint64_t ticks = 0;
@@ -93,11 +104,11 @@ void *KrvRelTmrTrigTaskEntry(void *)
         } else {
             KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrTrigTaskEntry]:Tick pass get failed.");
         }
-        // The pass that saw the flag was the last; the joining KRV_RelTimerFini need not wait a nap.
+        // Every pass ends with its nap, the last one too: the joining KRV_RelTimerFini waits for it.
+        KRV_OsalTaskDelay(0, kPassSleepUs);
         if (stopping) {
             return nullptr;
         }
-        KRV_OsalTaskDelay(0, kPassSleepUs);
     }
 }
 

@@ -35,11 +35,6 @@ void RawListDeinit(RawList *list)
     }
 }
 
-bool RawListEmpty(const RawList *list)
-{
-    return list->head.next == &list->head;
-}
-
 void RawListErase(RawList *list, RawListNode *node)
 {
     assert(node != &list->head);
@@ -47,16 +42,6 @@ void RawListErase(RawList *list, RawListNode *node)
     if (list->freeFunc != nullptr) {
         list->freeFunc(node);
     }
-}
-
-RawListNode *RawListFront(const RawList *list)
-{
-    return RawListEmpty(list) ? nullptr : list->head.next;
-}
-
-RawListNode *RawListNext(const RawList *list, const RawListNode *node)
-{
-    return node->next == &list->head ? nullptr : node->next;
 }
 
 void RawListPushBack(RawList *list, RawListNode *node)

@@ -26,13 +26,22 @@ void RawListInit(RawList *list, RawListFreeFunc freeFunc);
 // Unlinks every node, releasing each through freeFunc when one was given; the list is empty after.
 void RawListDeinit(RawList *list);
 // True when the list holds no node.
-bool RawListEmpty(const RawList *list);
+inline bool RawListEmpty(const RawList *list)
+{
+    return list->head.next == &list->head;
+}
 // Unlinks node (which must be on list) and releases it through freeFunc when one was given.
 void RawListErase(RawList *list, RawListNode *node);
 // The first node, or null when the list is empty.
-RawListNode *RawListFront(const RawList *list);
+inline RawListNode *RawListFront(const RawList *list)
+{
+    return RawListEmpty(list) ? nullptr : list->head.next;
+}
 // The node after node, or null when node is the last.
-RawListNode *RawListNext(const RawList *list, const RawListNode *node);
+inline RawListNode *RawListNext(const RawList *list, const RawListNode *node)
+{
+    return node->next == &list->head ? nullptr : node->next;
+}
 // Appends node (not on any list) at the end.
 void RawListPushBack(RawList *list, RawListNode *node);
 

@@ -2,6 +2,10 @@
 // registration, lookups, and stacks made before the module lock exists.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
 #include "krv_osaleno.h"
 #include "support/krv_test_support.h"
 
@@ -12,6 +16,16 @@ const char *RowOneText(uint32_t) { return "row one"; }
 const char *RowFourText(uint32_t) { return "row four"; }
 // Looks up a row-one code while its own lookup still holds the module lock.
 const char *NestedText(uint32_t) { return KRV_EnoErrorStrGet(0x0A00); }
+
+// Clears the string function of every row on scope exit: the table is process-wide.
+struct RowsCleared {
+    ~RowsCleared()
+    {
+        for (int32_t first = 0; first < 50; first += 10) {
+            KRV_EnoErrorStrFuncRegister("", first, first + 9, nullptr);  // the empty name matches every row
+        }
+    }
+};
 
 TEST(EnoCode, TranslationAndAccessors)
 {
@@ -28,6 +42,7 @@ TEST(EnoCode, TranslationAndAccessors)
 
 TEST(EnoCode, RegistrationMatchesNamePrefixAndExactRange)
 {
+    RowsCleared cleared;
     for (const char *name : {static_cast<const char *>(nullptr), "KORALINE", "ZUD"}) {
         EXPECT_EQ(22u, KRV_EnoErrorStrFuncRegister(name, 0, 9, RowZeroText)) << (name ? name : "null");
     }
@@ -45,28 +60,42 @@ TEST(EnoCode, RegistrationMatchesNamePrefixAndExactRange)
     EXPECT_STREQ("Unknown", KRV_EnoErrorStrGet(0x0500));
 }
 
-// Runs last and alone touches the module state: stacks made before init, init and de-init.
-TEST(EnoCode, UnlockedBeforeInitThenLockedAndReset)
+// The state before the first init (no lock, a limit of 0) exists once per process, so the lifecycle
+// runs in a fresh copy of this program; the parent's module is never touched.
+TEST(EnoCodeDeathTest, UnlockedBeforeInitThenLockedAndReset)
 {
-    // No lock yet, and a limit of 0 that still admits this thread.
-    EXPECT_EQ(0u, KRV_EnoMaxErrorLimitGet());
-    KRV_EnoErrorWrapperPush(0, 2, 3);
-    EXPECT_EQ(0x203u, KRV_EnoLastErrorGet());
-    KRV_EnoErrorWrapperPush(0, 2, 5);
-    EXPECT_EQ(22u, KRV_EnoErrCodeDeInit());
-    {
-        krvtest::AllocFailure failMutex(0, 1);
-        EXPECT_EQ(12u, KRV_EnoErrCodeInit());
-    }
-    EXPECT_EQ(0u, KRV_EnoMaxErrorLimitSet(300));
-    EXPECT_EQ(0u, KRV_EnoErrCodeInit());  // drops the early stack and resets the limit
-    EXPECT_EQ(65535u, KRV_EnoMaxErrorLimitGet());
-    EXPECT_EQ(0u, KRV_EnoLastErrorGet());
-    ASSERT_EQ(0u, KRV_EnoErrorStrFuncRegister("FENRO", 20, 29, NestedText));
-    ASSERT_EQ(0u, KRV_EnoErrorStrFuncRegister("ZUD", 10, 19, RowOneText));
-    EXPECT_STREQ("row one", KRV_EnoErrorStrGet(0x1500));  // would deadlock on a non-recursive lock
-    EXPECT_EQ(0u, KRV_EnoErrCodeDeInit());
-    EXPECT_EQ(22u, KRV_EnoErrCodeDeInit());
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto lifecycle = [] {
+        RowsCleared cleared;
+        int mismatches = 0;
+        auto expect = [&mismatches](uint32_t want, uint32_t got, const char *what) {
+            if (want != got) {
+                std::fprintf(stderr, "%s: want %#x, got %#x\n", what, want, got);
+                ++mismatches;
+            }
+        };
+        expect(0, KRV_EnoMaxErrorLimitGet(), "limit before init");
+        KRV_EnoErrorWrapperPush(0, 2, 3);  // a limit of 0 still admits this thread
+        expect(0x203, KRV_EnoLastErrorGet(), "pop before init");
+        KRV_EnoErrorWrapperPush(0, 2, 5);
+        expect(22, KRV_EnoErrCodeDeInit(), "de-init before init");
+        {
+            krvtest::AllocFailure failMutex(0, 1);
+            expect(12, KRV_EnoErrCodeInit(), "init without memory");
+        }
+        expect(0, KRV_EnoMaxErrorLimitSet(300), "limit set");
+        expect(0, KRV_EnoErrCodeInit(), "init");  // drops the early stack and resets the limit
+        expect(65535, KRV_EnoMaxErrorLimitGet(), "limit after init");
+        expect(0, KRV_EnoLastErrorGet(), "pop after init");
+        expect(0, KRV_EnoErrorStrFuncRegister("FENRO", 20, 29, NestedText), "register nested");
+        expect(0, KRV_EnoErrorStrFuncRegister("ZUD", 10, 19, RowOneText), "register row one");
+        // Would deadlock on a non-recursive lock.
+        expect(0, std::strcmp("row one", KRV_EnoErrorStrGet(0x1500)), "nested lookup");
+        expect(0, KRV_EnoErrCodeDeInit(), "de-init");
+        expect(22, KRV_EnoErrCodeDeInit(), "second de-init");
+        return mismatches;
+    };
+    EXPECT_EXIT(std::exit(lifecycle()), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -2,7 +2,11 @@
 // the prefix, every insertion's text, and exactly one write per stream.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <functional>
+#include <new>
 #include <regex>
 #include <string>
 #include <utility>
@@ -11,6 +15,22 @@
 #include "hok_log.h"
 #include "krv_log_ops.h"
 #include "support/krv_test_support.h"
+
+// A plain build's operator new allocates with malloc, a sanitizer build's does not. Here it always
+// does, so that the failing malloc (krvtest::AllocFailure) reaches the class interface in every build.
+void *operator new(size_t size)
+{
+    void *block = std::malloc(size != 0 ? size : 1);
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+void *operator new[](size_t size) { return operator new(size); }
+void operator delete(void *block) noexcept { std::free(block); }
+void operator delete[](void *block) noexcept { std::free(block); }
+void operator delete(void *block, size_t) noexcept { std::free(block); }
+void operator delete[](void *block, size_t) noexcept { std::free(block); }
 
 using namespace Hok::Log;
 
@@ -25,6 +45,8 @@ void Routed(uint32_t code, uint32_t level, const char *file, uint32_t line, cons
 
 TEST(HokLogLifecycle, CountsUsersKeepsFailedAppIdsRoutesContextsAndStaysUpWhileLoggersLive)
 {
+    g_routed.clear();
+    EXPECT_EQ(FlushLogging(0), KRV_ERR_NOT_INIT);
     KRV_LogFilter(3);
     SetLogLevel(LOG_LEVEL_VERBOSE);  // ignored until initialised: the printing filter shows
     EXPECT_EQ(GetLogLevel(), LOG_LEVEL_WARN);
@@ -50,6 +72,13 @@ TEST(HokLogLifecycle, CountsUsersKeepsFailedAppIdsRoutesContextsAndStaysUpWhileL
     EXPECT_EQ(MdlLogUnreg("net"), 0u);
     net->LogError("net.cpp", 13) << "back to the backend";
     net->LogDebug("net.cpp", 14) << "filtered out";
+    EXPECT_EQ(FlushLogging(10000), KRV_OK);
+    size_t files = 0;
+    for (const auto &entry : std::filesystem::directory_iterator(dir.Path() + "/xyzdef")) {
+        std::ifstream in(entry.path());
+        files += std::string(std::istreambuf_iterator<char>(in), {}).find("> back to the backend\n") != std::string::npos;
+    }
+    EXPECT_EQ(files, 1u) << "flushed into the file";
     SetLogLevel(LOG_LEVEL_VERBOSE);
     EXPECT_EQ(KRV_LogOpsFilterGet(), 6u);
     FiniLogging();  // only counted
@@ -61,6 +90,7 @@ TEST(HokLogLifecycle, CountsUsersKeepsFailedAppIdsRoutesContextsAndStaysUpWhileL
     EXPECT_FALSE(IsLogInited());
     EXPECT_EQ(GetLogAppId(), "") << "the record is cleared for the next start";
     EXPECT_EQ(GetLogLevel(), LOG_LEVEL_ERROR);
+    EXPECT_EQ(krvtest::CloseFilesUnder(dir.Path()).size(), 1u) << "the stopped backend keeps its file open";
     EXPECT_EQ(g_routed, "0 6 net.cpp:12 [net][V] > retry 3");
     EXPECT_EQ(std::regex_replace(out.Finish(), std::regex("[^\n]*krv_log_ops[^\n]*\n|\\[[0-9. :]{26}\\]"), ""),
               "param invalid, appId length: 32\nlog ops init failed, ret: 22\n"
@@ -154,6 +184,28 @@ TEST_F(LogStreamTest, OverlongLinesAndNullTexts)
     EXPECT_TRUE(diags_.Take().empty());
     const char *missing = nullptr;
     EXPECT_DEATH(net_->LogInfo("n.cpp", 1) << "x" << missing, "");
+}
+
+// No exception leaves the class interface: where memory runs out, the process ends rather than
+// losing a line, a logger or the application id without a word.
+TEST(HokLogAlloc, ARefusedAllocationEndsTheProcess)
+{
+    Logger *net = CreateLogger("net", "network layer");
+    const auto starved = [](unsigned skip, const std::function<void()> &fn) {
+        krvtest::AllocFailure failure(skip);
+        fn();
+    };
+    const std::string longText(100, 'x');
+    EXPECT_DEATH(starved(0, [net] { net->LogInfo("a.cpp", 1) << "made"; }), "bad_alloc");
+    EXPECT_DEATH(starved(1, [&] { net->LogInfo("a.cpp", 1) << longText; }), "bad_alloc");
+    EXPECT_DEATH(starved(0, [] { CreateLogger("other", "unused"); }), "bad_alloc");
+    EXPECT_DEATH(
+        {
+            InitLogging(std::string(20, 'a'), "/nonexistent", 5120, LOG_LEVEL_INFO, LOG_MODE_FILE);  // keeps the id
+            starved(0, [] { GetLogAppId(); });
+        },
+        "bad_alloc");
+    net->Destroy();
 }
 
 }  // namespace

@@ -75,6 +75,7 @@ long LogUnderLoad(const std::string &root, uint32_t logSize)
     EXPECT_TRUE(drained);
     logger->Destroy();
     FiniLogging();
+    krvtest::CloseFilesUnder(root);
     const std::string printed = out.Finish(), text = RingText(root + "/stress", &files);
     EXPECT_LE(files, 3u);
     for (size_t at = 0; (at = printed.find("log buf add failed, buffer is full\r\n", at)) != std::string::npos; ++at) {

@@ -1,7 +1,11 @@
 // The diagnostic hook, and the file backend without files: configuration checks, reference
 // counting, the module registry, routing by tag, the line format, and allocation failures.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -12,6 +16,26 @@
 
 #include "krv_log_ops.h"
 #include "support/krv_test_support.h"
+
+std::atomic<bool> g_refuseThreads{false};
+
+// Present only under the sanitizers, whose runtimes must see every thread start.
+extern "C" int __interceptor_pthread_create(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)
+    __attribute__((weak));
+
+// This binary supplies pthread_create, so that a start can be refused its writer thread.
+extern "C" int pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*run)(void *), void *arg)
+{
+    if (g_refuseThreads) {
+        return EAGAIN;
+    }
+    if (__interceptor_pthread_create != nullptr) {
+        return __interceptor_pthread_create(thread, attr, run, arg);
+    }
+    using Create = int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *);
+    static const Create real = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
+    return real(thread, attr, run, arg);
+}
 
 namespace {
 
@@ -104,6 +128,8 @@ TEST(LogOpsInit, CountsUsersAndKeepsTheFirstConfiguration)
     ASSERT_EQ(0u, KRV_LogOpsInit(&first));
     EXPECT_EQ(0u, KRV_LogOpsInit(&invalid)) << "later calls only count";
     EXPECT_EQ(4u, KRV_LogOpsFilterGet());
+    EXPECT_EQ(KRV_ERR_NOT_INIT, KRV_LogOpsFlush(0)) << "no files, nothing to wait for";
+    EXPECT_EQ(0u, KRV_LogOpsDropCountGet());
     KRV_LogOpsFilterSet(5);
     EXPECT_EQ(22u, KRV_LogHookReg(Net)) << "the backend's hook is installed";
     KRV_LogOpsFini();
@@ -157,7 +183,8 @@ TEST(LogOpsHook, RegistryCodesRoutingByTagPrefixAndTheLineFormat)
 }
 
 // Every allocation of a start may fail, those of the scan, the paths and the thread included: the
-// start is refused and no descriptor or block is left behind (the sanitizer build checks the blocks).
+// start is refused and no block is left behind (the sanitizer build checks the blocks). The file a
+// start opened stays open, after a failed start as after a stop.
 TEST(LogOpsAlloc, EveryFailedAllocationIsUndone)
 {
     KRV_LogWrite(0, 2, "warm.c", 1, "load the time zone before allocations fail");
@@ -181,9 +208,19 @@ TEST(LogOpsAlloc, EveryFailedAllocationIsUndone)
         EXPECT_TRUE(rc == 0 || rc == 1 || rc == 12) << rc;
         EXPECT_EQ(rc == 0 ? 0u : 124u, KRV_LogOpsReg("net", Net));
         KRV_LogOpsFini();
+        const size_t leftOpen = krvtest::CloseFilesUnder(app).size();
+        EXPECT_EQ(rc == 0 ? 1u : leftOpen, leftOpen) << skip;
+        EXPECT_LE(leftOpen, 1u) << skip;
         EXPECT_EQ(descriptors, fds()) << skip;
     }
     EXPECT_GT(skip, 8u) << "the scan and the paths allocate too";
+    // The writer thread is the one thing a start needs after opening its file.
+    g_refuseThreads = true;
+    std::string printed = Printed([&] { EXPECT_EQ(1u, KRV_LogOpsInit(&cfg)); });
+    g_refuseThreads = false;
+    EXPECT_NE(std::string::npos, printed.find("[krv_log_ops]create thread error, err is 11\n")) << printed;
+    EXPECT_EQ(1u, krvtest::CloseFilesUnder(app).size()) << "the refused start keeps its file open";
+    EXPECT_EQ(descriptors, fds());
 }
 
 }  // namespace

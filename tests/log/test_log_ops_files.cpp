@@ -1,13 +1,17 @@
 // File log backend with real files: names and permissions, rotation over the ring of three,
-// continuing an earlier run, directory scanning and a full queue.
+// continuing an earlier run, directory scanning, a failed rotation, a full queue and flushing.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
+#include <sys/select.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -17,6 +21,20 @@
 
 #include "krv_log_ops.h"
 #include "support/krv_test_support.h"
+
+std::atomic<int> g_burstPauses{0};
+
+// The writer pauses with KRV_OsalTaskDelay, which sleeps in select: this binary supplies select and
+// counts the 100-microsecond pauses that follow a burst of lines.
+extern "C" int select(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfds, struct timeval *timeout)
+{
+    using Select = int (*)(int, fd_set *, fd_set *, fd_set *, struct timeval *);
+    static const Select real = reinterpret_cast<Select>(dlsym(RTLD_NEXT, "select"));
+    if (timeout != nullptr && timeout->tv_sec == 0 && timeout->tv_usec == 100) {
+        ++g_burstPauses;
+    }
+    return real(nfds, readfds, writefds, exceptfds, timeout);
+}
 
 namespace {
 
@@ -31,6 +49,8 @@ std::string ReadFile(const std::string &path)
 class LogOpsFiles : public ::testing::Test {
 protected:
     void SetUp() override { umask(022); }
+    // A stopped backend leaves its current file open; the process gets its descriptors back here.
+    void TearDown() override { krvtest::CloseFilesUnder(base_); }
 
     // Starts the "app" ring. What the start printed (its reports, warnings included, are printed
     // until its hook is installed) is kept in printed_, stamps and the backend's lines cut.
@@ -106,6 +126,8 @@ TEST_F(LogOpsFiles, RotatesOverARingOfThreeAndARestartContinuesIt)
     KRV_LogOpsFini();
     const std::vector<std::string> ring = Files();
     ASSERT_EQ(3u, ring.size());
+    EXPECT_EQ(std::vector<std::string>{app_ + "/" + ring[2]}, krvtest::CloseFilesUnder(base_))
+        << "the stop leaves the current file open, and only that one";
     EXPECT_EQ(ring.end(), std::find(ring.begin(), ring.end(), first));
     for (const std::string &name : ring) {
         EXPECT_EQ(8u * 205u, Size(name)) << "a ninth line would pass 1706";
@@ -177,12 +199,65 @@ TEST_F(LogOpsFiles, AFullQueueDropsTheNewLine)
         logOne();
     }
     EXPECT_EQ("", out.Finish());
+    EXPECT_EQ(0u, KRV_LogOpsDropCountGet());
     krvtest::StdoutCapture overflow;
-    logOne();
-    EXPECT_EQ("log buf add failed, buffer is full\r\n", overflow.Finish());
+    for (int dropped = 0; dropped < 3; ++dropped) {
+        logOne();
+    }
+    EXPECT_EQ(3u, KRV_LogOpsDropCountGet());
+    EXPECT_EQ(KRV_ERR_PLATFORM, KRV_LogOpsFlush(20)) << "the writer is stuck in the pipe";
+    const std::string notice = "log buf add failed, buffer is full\r\n";
+    EXPECT_EQ(notice + notice + notice, overflow.Finish());
     ASSERT_EQ(1 << 20, fcntl(probe, F_SETPIPE_SZ, 1 << 20));  // the writer goes on and sees the stop request
     KRV_LogOpsFini();
+    EXPECT_EQ(0u, KRV_LogOpsDropCountGet());
     close(probe);
+}
+
+// With the application directory gone, every rotation fails and loses its line; such a line is
+// not followed by the pause that a burst of twenty written lines earns.
+TEST_F(LogOpsFiles, ALineLostToAFailedRotationEarnsNoPause)
+{
+    ASSERT_EQ(0u, Init());
+    KRV_LogOpsFilterSet(1);  // keeps the writer's own reports about the missing files out of the queue
+    fs::remove_all(app_);
+    g_burstPauses = 0;
+    krvtest::StdoutCapture out;
+    for (int i = 0; i < 100; ++i) {  // about 8 still fit the open file; the rest rotate and fail
+        KRV_LogWrite(0, 1, "lost.c", 1, "lost %03d %s", i, std::string(150, 'x').c_str());
+    }
+    const uint32_t lostFlushed = KRV_LogOpsFlush(10000);
+    const int pauses = g_burstPauses.load();
+    fs::create_directory(app_);
+    KRV_LogWrite(0, 1, "lost.c", 2, "sentinel %s", std::string(150, 'x').c_str());  // long enough to rotate
+    const uint32_t sentinelFlushed = KRV_LogOpsFlush(10000);
+    KRV_LogOpsFini();
+    const std::string printed = out.Finish();
+    EXPECT_EQ(KRV_OK, lostFlushed);
+    EXPECT_EQ(KRV_OK, sentinelFlushed);
+    EXPECT_EQ(0, pauses);
+    EXPECT_NE(std::string::npos, All().find("]sentinel x"));
+    EXPECT_NE(std::string::npos, printed.find("log file create failed\r\nlog file check failed\r\n"));
+}
+
+TEST_F(LogOpsFiles, FlushWaitsForEveryLineQueuedBeforeIt)
+{
+    EXPECT_EQ(KRV_ERR_NOT_INIT, KRV_LogOpsFlush(0));
+    ASSERT_EQ(0u, Init(UINT32_MAX));
+    for (int i = 0; i < 250; ++i) {  // fewer than the queue holds: none is dropped
+        KRV_LogWrite(0, 2, "f.c", 1, "flushed %03d", i);
+    }
+    ASSERT_EQ(KRV_OK, KRV_LogOpsFlush(10000));
+    const std::string all = All();  // read once, without waiting
+    int found = 0;
+    for (int i = 0; i < 250; ++i) {
+        char text[32];
+        std::snprintf(text, sizeof(text), "]flushed %03d\n", i);
+        found += all.find(text) != std::string::npos;
+    }
+    EXPECT_EQ(250, found);
+    EXPECT_EQ(0u, KRV_LogOpsDropCountGet());
+    KRV_LogOpsFini();
 }
 
 }  // namespace

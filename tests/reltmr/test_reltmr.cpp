@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "krv_reltmr.h"
+#include "reltmr/krv_reltmr_internal.h"
 #include "support/krv_test_support.h"
 
 namespace {
@@ -43,7 +44,19 @@ bool WaitFor(const std::function<bool()> &cond)
     return cond();
 }
 
-std::atomic<uint64_t> g_last{0};  // arg * 1000 + param of the latest Record call
+// The pool's used count, read under the timer mutex like every other access to it (the trigger
+// thread returns nodes concurrently).
+uint32_t UsedCount(const KrvRelTmrPool *pool)
+{
+    krv::reltmr::TmrLock(krv::reltmr::Ctrl());
+    uint32_t used = pool->usedCount;
+    krv::reltmr::TmrUnlock(krv::reltmr::Ctrl());
+    return used;
+}
+
+// arg * 1000 + param of the latest Record call. Reset before each wait: a value left by an earlier
+// run would end the wait before the callback has run, and with it what the callback publishes.
+std::atomic<uint64_t> g_last{0};
 void Record(uint64_t arg, uint32_t param) { g_last = arg * 1000 + param; }
 
 TEST(RelTimerApi, WithoutAModuleEveryCallIsRefusedAndFailedInitsLeaveNone)
@@ -154,12 +167,13 @@ TEST(RelTimerApi, StartsStopsAndGroupsValidateAndKeepHandlesStraight)
     }
     ASSERT_EQ(h, stale);
     EXPECT_EQ(KRV_RelTimerStop(&stale), 0u);
-    EXPECT_TRUE(h == nullptr && stale == nullptr && pool->usedCount == 0);
+    EXPECT_TRUE(h == nullptr && stale == nullptr && UsedCount(pool) == 0);
     EXPECT_EQ(Take(diags), (Lines{{22, kM + "KRV_RelTimerStop]:param invalid"}}));
 
     // A group timer's callback gets its serial number and the start's param; the free stops the rest.
+    g_last = 0;
     ASSERT_EQ(KRV_RelTimerofGrpStart(grp, 2, 10, 55, 0), 0u);
-    EXPECT_TRUE(WaitFor([&] { return g_last == 2055 && pool->usedCount == 0; }));
+    EXPECT_TRUE(WaitFor([&] { return g_last == 2055 && UsedCount(pool) == 0; }));
     ASSERT_EQ(KRV_RelTimerofGrpStart(grp, 0, 100000, 0, 0), 0u);
     EXPECT_EQ(KRV_RelTimerGrpFree(grp), 0u);
     EXPECT_EQ(KRV_RelTimerFini(pool), 0u);  // every timer went back to the pool
@@ -204,6 +218,7 @@ TEST(RelTimerApi, CallbacksRunAndFiniWaitsBrieflyForThem)
     EXPECT_TRUE(WaitFor([&] { return ThreadCount() == baseThreads + 1; }));
     KrvRelTmrNode *h = nullptr;
     KrvRelTmrFuncInfo info = {Record, 123456, 789};
+    g_last = 0;
     ASSERT_EQ(KRV_CallBackRelTimerStart(&h, busy, 9, 0, &info), 0u);
     // The callback gets the start's argument and param; a fired one-shot clears its handle.
     EXPECT_TRUE(WaitFor([&] { return g_last == 123456789 && h == nullptr; }));
@@ -219,10 +234,92 @@ TEST(RelTimerApi, CallbacksRunAndFiniWaitsBrieflyForThem)
                                   retry, {9, kM + "KRV_RelTimerFini]:some timers or timer grp "
                                                   "has not been stopped, timer num is 1, grp num is 1."},
                                   retry}));
-    ASSERT_TRUE(WaitFor([&] { return busy->usedCount == 0; }));
+    ASSERT_TRUE(WaitFor([&] { return UsedCount(busy) == 0; }));
     EXPECT_EQ(KRV_RelTimerGrpFree(grp), 0u);
     EXPECT_EQ(KRV_RelTimerFini(busy), 0u);
     EXPECT_TRUE(WaitFor([&] { return ThreadCount() == baseThreads; }));
+}
+
+// The trigger thread ends every pass with its 10 ms nap, the last pass too, and the last fini joins
+// it: however the fini meets the thread, it cannot return sooner than one nap after it began.
+TEST(RelTimerApi, TheLastFiniReturnsOnlyAfterTheFinalPassAndItsNap)
+{
+    using Clock = std::chrono::steady_clock;
+    for (int round = 0; round < 6; ++round) {
+        KrvRelTmrPool *pool = nullptr;
+        ASSERT_EQ(KRV_RelTimerInit(1, &pool), 0u);
+        std::this_thread::sleep_for(std::chrono::milliseconds(15 + 3 * round));  // a different point of a pass
+        const auto start = Clock::now();
+        EXPECT_EQ(KRV_RelTimerFini(pool), 0u);
+        EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(10)) << "round " << round;
+    }
+}
+
+// A callback that adds and drops pools while another thread finalises one: its calls do not wait for
+// that fini, so the fini does not give up waiting for the callback.
+std::atomic<bool> g_finiUnderway{false};
+std::atomic<int> g_callbackStage{0};  // 1 inside, 2 done
+uint32_t g_addResult = 0;
+uint32_t g_dropResult = 0;
+bool g_addedDuringFini = false;
+void AddPoolDuringFini(uint64_t addedPool, uint32_t)
+{
+    auto *added = reinterpret_cast<KrvRelTmrPool **>(addedPool);
+    g_callbackStage = 1;
+    for (int i = 0; i < 5000 && !g_finiUnderway; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));  // the fini is waiting for this callback by now
+    g_addResult = KRV_RelTimerInit(2, added);
+    g_addedDuringFini = g_finiUnderway;
+    g_callbackStage = 2;
+}
+void DropPool(uint64_t addedPool, uint32_t)
+{
+    g_dropResult = KRV_RelTimerFini(*reinterpret_cast<KrvRelTmrPool **>(addedPool));
+    g_callbackStage = 2;
+}
+
+TEST(RelTimerApi, CallbacksAddAndDropPoolsWithoutWaitingForAnotherThreadsFini)
+{
+    krvtest::DiagCapture diags;
+    KrvRelTmrPool *keep = nullptr;
+    ASSERT_EQ(KRV_RelTimerInit(1, &keep), 0u);
+    KrvRelTmrPool *added = nullptr;
+    KrvRelTmrFuncInfo add = {AddPoolDuringFini, reinterpret_cast<uintptr_t>(&added), 0};
+    // A thread stalled for the whole of the fini's ten naps would look the same as a wait; such a
+    // stall gets another round.
+    bool clean = false;
+    for (int round = 0; round < 3 && !clean; ++round) {
+        KrvRelTmrPool *spare = nullptr;
+        ASSERT_EQ(KRV_RelTimerInit(1, &spare), 0u);
+        EXPECT_EQ(Take(diags), Lines{kPoolInvalid});  // every later init logs its passing check
+        g_callbackStage = 0;
+        g_finiUnderway = false;
+        ASSERT_EQ(KRV_CallBackRelTimerStart(nullptr, keep, 10, 0, &add), 0u);
+        ASSERT_TRUE(WaitFor([] { return g_callbackStage == 1; }));
+        g_finiUnderway = true;
+        EXPECT_EQ(KRV_RelTimerFini(spare), 0u);
+        g_finiUnderway = false;
+        ASSERT_TRUE(WaitFor([] { return g_callbackStage == 2; }));
+        EXPECT_EQ(g_addResult, 0u);
+        clean = g_addedDuringFini && Take(diags) == Lines{kPoolInvalid};
+        EXPECT_EQ(KRV_RelTimerFini(added), 0u);
+        added = nullptr;
+    }
+    EXPECT_TRUE(clean) << "the callback's init waited for the other thread's fini";
+
+    // Dropping a pool from a callback: the fini's own wait for the running callback still runs out.
+    ASSERT_EQ(KRV_RelTimerInit(2, &added), 0u);
+    Take(diags);
+    g_callbackStage = 0;
+    KrvRelTmrFuncInfo drop = {DropPool, reinterpret_cast<uintptr_t>(&added), 0};
+    ASSERT_EQ(KRV_CallBackRelTimerStart(nullptr, keep, 10, 0, &drop), 0u);
+    ASSERT_TRUE(WaitFor([] { return g_callbackStage == 2; }));
+    EXPECT_EQ(g_dropResult, 0u);
+    EXPECT_EQ(Take(diags), (Lines{{11, kM + "KrvRelTmrWaitForCallBackFuncEnded]:the max retry times has reached."}}));
+    ASSERT_TRUE(WaitFor([&] { return UsedCount(keep) == 0; }));
+    EXPECT_EQ(KRV_RelTimerFini(keep), 0u);
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 #include "support/krv_test_support.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -101,6 +103,36 @@ TempDir::~TempDir()
     std::error_code ignored;
     std::filesystem::permissions(path_, std::filesystem::perms::owner_all, std::filesystem::perm_options::add, ignored);
     std::filesystem::remove_all(path_, ignored);
+}
+
+std::vector<std::string> CloseFilesUnder(const std::string &dir)
+{
+    std::vector<std::pair<int, std::string>> open;
+    std::error_code ignored;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd", ignored)) {
+        std::string target = std::filesystem::read_symlink(entry.path(), ignored).string();
+        if (target.compare(0, dir.size() + 1, dir + "/") == 0) {
+            open.emplace_back(std::stoi(entry.path().filename().string()), target);
+        }
+    }
+    std::sort(open.begin(), open.end());
+    std::vector<std::string> closed;
+    for (const auto &[fd, path] : open) {
+        close(fd);
+        closed.push_back(path);
+    }
+    return closed;
+}
+
+size_t ThreadCount()
+{
+    size_t count = 0;
+    DIR *dir = opendir("/proc/self/task");
+    while (dirent *entry = readdir(dir)) {
+        count += entry->d_name[0] != '.';
+    }
+    closedir(dir);
+    return count;
 }
 
 }  // namespace krvtest

@@ -56,6 +56,10 @@ private:
     std::string path_;
 };
 
+// Closes every descriptor of this process that is open on a file below dir and returns the paths
+// it closed, in descriptor order. The log backend leaves its current file open when it stops.
+std::vector<std::string> CloseFilesUnder(const std::string &dir);
+
 // While alive, the calling thread's mallocs after the first `skip` fail, `count` times in all.
 // Only the binaries listed in KRV_ALLOC_FAILURE_TESTS (tests/CMakeLists.txt) link the interposed malloc.
 class AllocFailure {
@@ -67,6 +71,10 @@ public:
     // Number of allocations refused so far.
     unsigned Failed() const;
 };
+
+// Threads of this process as /proc/self/task lists them. A joined thread can stay listed for a moment,
+// so compare by polling.
+size_t ThreadCount();
 
 }  // namespace krvtest
 
