@@ -7,11 +7,13 @@
 #include <cassert>
 #include <cstring>
 
-#include "json/krv_json_types.h"
+#include "json/krv_json_internal.h"
+#include "json/krv_json_type_test.h"
 #include "krv_json.h"
-#include "krv_osal.h"
+#include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "osal/krv_osal_mem.h"
 
 namespace {
 
@@ -155,8 +157,8 @@ uint32_t DoSerializes(const KrvJson *json, Writer *w)
 extern "C" {
 
 /* The tree is only read. On failure *jsonStr is untouched and *len keeps the computed length.
-   A writer failure is logged with code 12 but returns the writer's own status (1); callers match
-   on both, so neither is "corrected". */
+   A writer failure is logged with KRV_ERR_NOMEM but returns the writer's own status
+   (KRV_ERR_FAILED); callers match on both, so neither is "corrected". */
 uint32_t KRV_JsonSerializesToString(KrvJson *json, char **jsonStr, size_t *len)
 {
     if (json == nullptr || jsonStr == nullptr || len == nullptr) {
@@ -166,18 +168,15 @@ uint32_t KRV_JsonSerializesToString(KrvJson *json, char **jsonStr, size_t *len)
     *len = 0;
     SerializeSizeGet(json, len);
     size_t bufLen = *len + 1;
-    char *buf = static_cast<char *>(KRV_OsalMemAlloc(bufLen));
+    char *buf = krv::json::TextBlockAlloc(bufLen);
     if (buf == nullptr) {
-        KRV_DIAG(KRV_ERR_NOMEM, "malloc failed, mallocLen %zu", bufLen);
         return KRV_ERR_NOMEM;
     }
-    // Cannot fail: the count is the block's own size.
-    (void)krv::memset_s(buf, bufLen, 0, bufLen);
     Writer writer = {buf, bufLen, 0};
     uint32_t ret = DoSerializes(json, &writer);
     if (ret != KRV_OK) {
         KRV_DIAG(KRV_ERR_NOMEM, "Json Do Serializes failed");
-        KRV_OsalMemFree(buf);
+        krv::OsalMemFree(buf);
         return ret;
     }
     assert(writer.offset == *len);

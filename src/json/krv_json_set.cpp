@@ -6,34 +6,28 @@
 #include <cstring>
 
 #include "json/krv_json_internal.h"
-#include "json/krv_json_types.h"
 #include "krv_json.h"
-#include "krv_osal.h"
+#include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "osal/krv_osal_mem.h"
 
 namespace {
 
 constexpr char kKrvSource[] = "krv_json";
 using namespace krv;
 
-// Longest string value a setter accepts, the same bound the parser puts on strings.
-constexpr size_t kMaxStringLen = 4096;
-
 // Makes a zero-filled, caller-owned copy of str (strLen bytes) in *copy.
 uint32_t StringCopy(const char *str, size_t strLen, char **copy)
 {
     size_t bufLen = strLen + 1;
-    char *buf = static_cast<char *>(KRV_OsalMemAlloc(bufLen));
+    char *buf = krv::json::TextBlockAlloc(bufLen);
     if (buf == nullptr) {
-        KRV_DIAG(KRV_ERR_NOMEM, "malloc failed, mallocLen %zu", bufLen);
         return KRV_ERR_NOMEM;
     }
-    // Cannot fail: the count is the block's own size.
-    (void)krv::memset_s(buf, bufLen, 0, bufLen);
     int rc = krv::strncpy_s(buf, bufLen, str, strLen);
     if (rc != 0) {
-        KRV_OsalMemFree(buf);
+        krv::OsalMemFree(buf);
         KRV_DIAG(KRV_ERR_FAILED, "strncpy failed, errorcode: %d, bufLen:%zu, len:%zu", rc, bufLen, strLen);
         return KRV_ERR_FAILED;
     }
@@ -47,7 +41,7 @@ uint32_t StringMemberAppend(KrvJson *json, const char *key, char *copy)
 {
     KrvJson *node = krv::json::Create(KRV_JSON_STRING);
     if (node == nullptr) {
-        KRV_OsalMemFree(copy);
+        krv::OsalMemFree(copy);
         KRV_DIAG(KRV_ERR_NOMEM, "string json create failed");
         return KRV_ERR_NOMEM;
     }
@@ -86,17 +80,11 @@ uint32_t ValueFromText(const char *str, KrvJson **value)
 // Names array key and wraps it in a new link for json's member list.
 uint32_t ArrayLinkMake(KrvJson *array, const char *key, KrvJsonChild **link)
 {
-    int rc = krv::strcpy_s(array->key, KRV_JSON_KEY_LEN, key);
-    if (rc != 0) {
-        KRV_DIAG(KRV_ERR_FAILED, "strcpys failed str: %s, errorcode: %d", key, rc);
-        return KRV_ERR_FAILED;
-    }
-    *link = krv::json::ChildInit(array);
-    if (*link == nullptr) {
+    uint32_t ret = krv::json::MemberLinkMake(key, array, link);
+    if (ret == KRV_ERR_NOMEM) {
         KRV_DIAG(KRV_ERR_NOMEM, "Json Child Init failed");
-        return KRV_ERR_NOMEM;
     }
-    return KRV_OK;
+    return ret;
 }
 
 // Puts link's node into json's member list: over the first member with the same name (whatever
@@ -108,7 +96,7 @@ void MemberReplaceOrAppend(KrvJson *json, KrvJsonChild *link)
         if (std::strcmp(link->item->key, (*slot)->item->key) == 0) {
             KRV_JsonDelete((*slot)->item);
             (*slot)->item = link->item;
-            KRV_OsalMemFree(link);
+            krv::OsalMemFree(link);
             return;
         }
     }
@@ -120,7 +108,7 @@ void MemberReplaceOrAppend(KrvJson *json, KrvJsonChild *link)
 extern "C" {
 
 /* Replaces the text of string member key in place, or appends a new string member at the tail
-   when the lookup fails for any reason; a member of another type is left alone (status 1). */
+   when the lookup fails for any reason; a member of another type is left alone (KRV_ERR_FAILED). */
 uint32_t KRV_JsonStringValueSet(KrvJson *json, const char *key, const char *str)
 {
     if (key == nullptr || str == nullptr || json == nullptr) {
@@ -128,7 +116,7 @@ uint32_t KRV_JsonStringValueSet(KrvJson *json, const char *key, const char *str)
         return KRV_ERR_INVALID;
     }
     size_t strLen = std::strlen(str);
-    if (strLen > kMaxStringLen) {
+    if (strLen > krv::json::kMaxStringLen) {
         KRV_DIAG(KRV_ERR_INVALID, "strLen:%zu > MAXPATH", strLen);
         return KRV_ERR_INVALID;
     }
@@ -143,10 +131,10 @@ uint32_t KRV_JsonStringValueSet(KrvJson *json, const char *key, const char *str)
     }
     if (item->valueType != KRV_JSON_STRING) {
         KRV_DIAG(KRV_ERR_FAILED, "valueType isn't STRING：%u", item->valueType);
-        KRV_OsalMemFree(copy);
+        krv::OsalMemFree(copy);
         return KRV_ERR_FAILED;
     }
-    KRV_OsalMemFree(item->stringValue);
+    krv::OsalMemFree(item->stringValue);
     item->stringValue = copy;
     return KRV_OK;
 }
