@@ -8,6 +8,7 @@
 // module failed to start or stop.
 #include <signal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -166,6 +167,9 @@ int main(int argc, char **argv)
             progress.Show(second, config.runSeconds, service);
         }
         progress.Finish();
+        // From here on Ctrl-C ends the process at once.
+        action.sa_handler = SIG_DFL;
+        sigaction(SIGINT, &action, nullptr);
         service.MainLine(Hok::Log::LOG_LEVEL_INFO, "main.cpp", __LINE__)
             << "stopping after " << static_cast<unsigned long>(MsSince(begin)) << " ms"
             << (g_interrupted.load() ? " (interrupted)" : "");

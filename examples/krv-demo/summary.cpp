@@ -18,9 +18,12 @@ struct RingFile {
     std::string name;
     uint64_t bytes = 0;
     uint64_t lines = 0;
+    struct timespec modified = {};
 };
 
-// The files of the log ring as they are on disk now, in name (that is, creation) order.
+// The files of the log ring as they are on disk now, oldest first. Their names carry the creation
+// time with unpadded microseconds, so name order is not always creation order; the time of the last
+// write is.
 std::vector<RingFile> ListRing(const std::string &dir)
 {
     std::vector<RingFile> files;
@@ -36,13 +39,17 @@ std::vector<RingFile> ListRing(const std::string &dir)
             continue;
         }
         file.bytes = static_cast<uint64_t>(info.st_size);
+        file.modified = info.st_mtim;
         std::ifstream in(dir + "/" + file.name);
         file.lines = static_cast<uint64_t>(
             std::count(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>(), '\n'));
         files.push_back(file);
     }
     closedir(d);
-    std::sort(files.begin(), files.end(), [](const RingFile &a, const RingFile &b) { return a.name < b.name; });
+    std::sort(files.begin(), files.end(), [](const RingFile &a, const RingFile &b) {
+        return a.modified.tv_sec != b.modified.tv_sec ? a.modified.tv_sec < b.modified.tv_sec
+                                                      : a.modified.tv_nsec < b.modified.tv_nsec;
+    });
     return files;
 }
 
@@ -97,7 +104,7 @@ void PrintSummary(const Config &config, const Service &service, const RunReport 
         ringBytes += file.bytes;
         ringLines += file.lines;
     }
-    std::printf("  log lines        %llu written by the components at level %s or above, %llu dropped (queue full)\n",
+    std::printf("  log lines        %llu logged by the components at level %s or above; %llu dropped (queue full)\n",
                 static_cast<unsigned long long>(service.LinesLogged()), LevelName(config.logLevel),
                 static_cast<unsigned long long>(report.droppedLines));
     std::printf("  log ring         %s: %zu files, %llu bytes, %llu lines (budget %u bytes, %u per file)\n",
