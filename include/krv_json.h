@@ -62,15 +62,16 @@ uint32_t KRV_JsonParseByString(const char *jsonStr, KrvJson **json);
 /* Frees a whole tree; pass only roots; null is ignored. */
 void KRV_JsonDelete(KrvJson *json);
 
-/* Each returns 1 when json is of the named type, else 0 (and logs the failed test). */
-uint32_t KRV_JsonIsNull(const KrvJson *json);
-uint32_t KRV_JsonIsTrue(const KrvJson *json);
-uint32_t KRV_JsonIsFalse(const KrvJson *json);
-uint32_t KRV_JsonIsBool(const KrvJson *json);
-uint32_t KRV_JsonIsNumber(const KrvJson *json);
-uint32_t KRV_JsonIsString(const KrvJson *json);
-uint32_t KRV_JsonIsArray(const KrvJson *json);
-uint32_t KRV_JsonIsObject(const KrvJson *json);
+/* Type tests: each returns 1 when json is of the named type, else 0, and a 0 also logs
+   "valueType match failed, valueType :%u" with the expected code (level 2), a null json included. */
+uint32_t KRV_JsonIsNull(const KrvJson *json);   /* 1 for null */
+uint32_t KRV_JsonIsTrue(const KrvJson *json);   /* 1 for true */
+uint32_t KRV_JsonIsFalse(const KrvJson *json);  /* 1 for false */
+uint32_t KRV_JsonIsBool(const KrvJson *json);   /* 1 for true or false (false logs the failed true test) */
+uint32_t KRV_JsonIsNumber(const KrvJson *json); /* 1 for a number */
+uint32_t KRV_JsonIsString(const KrvJson *json); /* 1 for a string */
+uint32_t KRV_JsonIsArray(const KrvJson *json);  /* 1 for an array */
+uint32_t KRV_JsonIsObject(const KrvJson *json); /* 1 for an object */
 
 /* Finds the direct member key of object json; returns KRV_OK with a borrowed node in *item, or
    KRV_ERR_INVALID, KRV_ERR_FAILED. */
