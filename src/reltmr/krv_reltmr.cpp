@@ -24,9 +24,6 @@ namespace krv::reltmr {
 
 namespace {
 
-KrvRelTmrCtrl *g_ctrl = nullptr;
-// Entry-point calls currently holding a ModuleUse; the record is freed only once this is 0.
-uint32_t g_ctrlUsers = 0;
 // Serialises module creation and teardown so that at most one module, and one trigger thread, exists.
 pthread_mutex_t g_lifecycleLock = PTHREAD_MUTEX_INITIALIZER;
 
@@ -64,21 +61,6 @@ private:
 void PublishCtrl(KrvRelTmrCtrl *ctrl)
 {
     __atomic_store_n(&g_ctrl, ctrl, __ATOMIC_SEQ_CST);
-}
-
-// The record if usable, else null after logging why.
-KrvRelTmrCtrl *UsableCtrl()
-{
-    KrvRelTmrCtrl *ctrl = Ctrl();
-    if (ctrl == nullptr) {
-        KRV_DIAG(KRV_ERR_NOT_INIT, "[MERILUX-KrvRelTmrIsInitialized]:timer module is not Initialized.");
-        return nullptr;
-    }
-    if (__atomic_load_n(&ctrl->stopping, __ATOMIC_ACQUIRE) != 0) {
-        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrIsInitialized]:timer module is deinitializing.");
-        return nullptr;
-    }
-    return ctrl;
 }
 
 // Builds a pool of maxTimer + 1 idle nodes chained into its free list; the extra node is never
@@ -282,54 +264,23 @@ void KrvRelTmrModuleDestroy(KrvRelTmrCtrl *ctrl, KrvRelTmrPool *pool)
 
 }  // namespace
 
-KrvRelTmrCtrl *Ctrl()
+void KrvRelTmrUnusableLog(const KrvRelTmrCtrl *ctrl)
 {
-    return __atomic_load_n(&g_ctrl, __ATOMIC_SEQ_CST);
-}
-
-bool KrvRelTmrIsInitialized()
-{
-    return UsableCtrl() != nullptr;
-}
-
-ModuleUse::ModuleUse()
-{
-    __atomic_add_fetch(&g_ctrlUsers, 1u, __ATOMIC_SEQ_CST);
-    ctrl_ = UsableCtrl();
-}
-
-ModuleUse::~ModuleUse()
-{
-    __atomic_sub_fetch(&g_ctrlUsers, 1u, __ATOMIC_SEQ_CST);
-}
-
-bool KrvRelTmrPoolHandleValidCheck(const KrvRelTmrPool *pool)
-{
-    if (pool == nullptr || pool->initFlag != KRV_RELTMR_INIT_FLAG) {
-        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrPoolHandleValidCheck]:timer pool handle is invalid");
-        return false;
+    if (ctrl == nullptr) {
+        KRV_DIAG(KRV_ERR_NOT_INIT, "[MERILUX-KrvRelTmrIsInitialized]:timer module is not Initialized.");
+    } else {
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrIsInitialized]:timer module is deinitializing.");
     }
-    return true;
 }
 
-void KrvRelTmrFree(KrvRelTmrNode *node)
+void KrvRelTmrPoolInvalidLog()
 {
-    assert(TmrHeld());
-    node->status = KRV_RELTMR_STATUS_IDLE;
-    if (node->handleSlot != nullptr && *node->handleSlot == node) {
-        *node->handleSlot = nullptr;
-    }
-    KrvRelTmrPool *pool = node->pool;
-    if (pool->initFlag == KRV_RELTMR_INIT_FLAG) {
-        if (pool->usedCount == 0) {
-            KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrFree]:timer used num is zero.");
-        } else {
-            pool->freeTail->next = node;
-            pool->freeTail = node;
-            --pool->usedCount;
-        }
-    }
-    node->next = nullptr;
+    KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrPoolHandleValidCheck]:timer pool handle is invalid");
+}
+
+void KrvRelTmrUsedUnderflowLog()
+{
+    KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrFree]:timer used num is zero.");
 }
 
 }  // namespace krv::reltmr
