@@ -18,15 +18,15 @@ constexpr uint32_t kMaxTimerLessOne = 59652322;
 constexpr uint32_t kCallbackWaitRetries = 10;
 constexpr uint32_t kCallbackWaitUs = 1000;  // one nap of the wait for a running callback
 constexpr uint32_t kUsersWaitUs = 100;      // one nap of the last fini's wait for calls still using the module
+// Node arrays start on a cache line, so that each 64-byte node fills exactly one: a long-list walk
+// and a bucket's head and tail then cost one line per node instead of two.
+constexpr uintptr_t kNodeAlign = 64;
 }  // namespace
 
 namespace krv::reltmr {
 
 namespace {
 
-KrvRelTmrCtrl *g_ctrl = nullptr;
-// Entry-point calls currently holding a ModuleUse; the record is freed only once this is 0.
-uint32_t g_ctrlUsers = 0;
 // Serialises module creation and teardown so that at most one module, and one trigger thread, exists.
 pthread_mutex_t g_lifecycleLock = PTHREAD_MUTEX_INITIALIZER;
 
@@ -66,19 +66,24 @@ void PublishCtrl(KrvRelTmrCtrl *ctrl)
     __atomic_store_n(&g_ctrl, ctrl, __ATOMIC_SEQ_CST);
 }
 
-// The record if usable, else null after logging why.
-KrvRelTmrCtrl *UsableCtrl()
+// Allocates room for bytes of nodes starting on a cache line; the distance back to the block's start
+// (1 to kNodeAlign) is kept in the byte just before the array. Null when the allocation fails.
+KrvRelTmrNode *KrvRelTmrNodesAlloc(uint64_t bytes)
 {
-    KrvRelTmrCtrl *ctrl = Ctrl();
-    if (ctrl == nullptr) {
-        KRV_DIAG(KRV_ERR_NOT_INIT, "[MERILUX-KrvRelTmrIsInitialized]:timer module is not Initialized.");
+    auto *block = static_cast<uint8_t *>(KRV_OsalMemAlloc(bytes + kNodeAlign));
+    if (block == nullptr) {
         return nullptr;
     }
-    if (__atomic_load_n(&ctrl->stopping, __ATOMIC_ACQUIRE) != 0) {
-        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrIsInitialized]:timer module is deinitializing.");
-        return nullptr;
-    }
-    return ctrl;
+    uintptr_t offset = kNodeAlign - reinterpret_cast<uintptr_t>(block) % kNodeAlign;
+    block[offset - 1] = static_cast<uint8_t>(offset);
+    return reinterpret_cast<KrvRelTmrNode *>(block + offset);
+}
+
+// Releases an array from KrvRelTmrNodesAlloc.
+void KrvRelTmrNodesFree(KrvRelTmrNode *nodes)
+{
+    auto *start = reinterpret_cast<uint8_t *>(nodes);
+    KRV_OsalMemFree(start - start[-1]);
 }
 
 // Builds a pool of maxTimer + 1 idle nodes chained into its free list; the extra node is never
@@ -91,14 +96,14 @@ uint32_t KrvRelTmrPoolsInit(uint32_t maxTimer, KrvRelTmrPool **created)
     }
     uint64_t nodeCount = static_cast<uint64_t>(maxTimer) + 1;
     uint64_t bytes = nodeCount * sizeof(KrvRelTmrNode);
-    auto *nodes = static_cast<KrvRelTmrNode *>(KRV_OsalMemAlloc(bytes));
+    KrvRelTmrNode *nodes = KrvRelTmrNodesAlloc(bytes);
     if (nodes == nullptr) {
         KRV_DIAG(KRV_ERR_NOMEM, "[MERILUX-KrvRelTmrPoolsInit]:mem alloc failed,timer num is %u.", maxTimer);
         return KRV_ERR_NOMEM;
     }
     auto *pool = static_cast<KrvRelTmrPool *>(KRV_OsalMemAlloc(sizeof(KrvRelTmrPool)));
     if (pool == nullptr) {
-        KRV_OsalMemFree(nodes);
+        KrvRelTmrNodesFree(nodes);
         KRV_DIAG(KRV_ERR_NOMEM, "[MERILUX-KrvRelTmrPoolsInit]:mem alloc failed.");
         return KRV_ERR_NOMEM;
     }
@@ -120,7 +125,7 @@ uint32_t KrvRelTmrPoolsInit(uint32_t maxTimer, KrvRelTmrPool **created)
 // Releases a pool's nodes and record, leaving the freed mark for stale handles that still read it.
 void KrvRelTmrPoolFree(KrvRelTmrPool *pool)
 {
-    KRV_OsalMemFree(pool->nodes);
+    KrvRelTmrNodesFree(pool->nodes);
     pool->nodes = nullptr;
     pool->initFlag = kFreedFlag;
     KRV_OsalMemFree(pool);
@@ -282,54 +287,23 @@ void KrvRelTmrModuleDestroy(KrvRelTmrCtrl *ctrl, KrvRelTmrPool *pool)
 
 }  // namespace
 
-KrvRelTmrCtrl *Ctrl()
+void KrvRelTmrUnusableLog(const KrvRelTmrCtrl *ctrl)
 {
-    return __atomic_load_n(&g_ctrl, __ATOMIC_SEQ_CST);
-}
-
-bool KrvRelTmrIsInitialized()
-{
-    return UsableCtrl() != nullptr;
-}
-
-ModuleUse::ModuleUse()
-{
-    __atomic_add_fetch(&g_ctrlUsers, 1u, __ATOMIC_SEQ_CST);
-    ctrl_ = UsableCtrl();
-}
-
-ModuleUse::~ModuleUse()
-{
-    __atomic_sub_fetch(&g_ctrlUsers, 1u, __ATOMIC_SEQ_CST);
-}
-
-bool KrvRelTmrPoolHandleValidCheck(const KrvRelTmrPool *pool)
-{
-    if (pool == nullptr || pool->initFlag != KRV_RELTMR_INIT_FLAG) {
-        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrPoolHandleValidCheck]:timer pool handle is invalid");
-        return false;
+    if (ctrl == nullptr) {
+        KRV_DIAG(KRV_ERR_NOT_INIT, "[MERILUX-KrvRelTmrIsInitialized]:timer module is not Initialized.");
+    } else {
+        KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrIsInitialized]:timer module is deinitializing.");
     }
-    return true;
 }
 
-void KrvRelTmrFree(KrvRelTmrNode *node)
+void KrvRelTmrPoolInvalidLog()
 {
-    assert(TmrHeld());
-    node->status = KRV_RELTMR_STATUS_IDLE;
-    if (node->handleSlot != nullptr && *node->handleSlot == node) {
-        *node->handleSlot = nullptr;
-    }
-    KrvRelTmrPool *pool = node->pool;
-    if (pool->initFlag == KRV_RELTMR_INIT_FLAG) {
-        if (pool->usedCount == 0) {
-            KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrFree]:timer used num is zero.");
-        } else {
-            pool->freeTail->next = node;
-            pool->freeTail = node;
-            --pool->usedCount;
-        }
-    }
-    node->next = nullptr;
+    KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrPoolHandleValidCheck]:timer pool handle is invalid");
+}
+
+void KrvRelTmrUsedUnderflowLog()
+{
+    KRV_DIAG(KRV_ERR_INVALID, "[MERILUX-KrvRelTmrFree]:timer used num is zero.");
 }
 
 }  // namespace krv::reltmr

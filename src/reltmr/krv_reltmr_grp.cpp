@@ -115,7 +115,7 @@ uint32_t KRV_RelTimerGrpFree(KrvRelTmrGrpInfo *timerGrp)
     }
     for (uint64_t sn = 0; sn < timerGrp->timerCount; ++sn) {
         TmrLock(ctrl);
-        uint32_t ret = KrvRelTmrHandleStop(&timerGrp->handles[sn]);
+        uint32_t ret = KrvRelTmrHandleStop(ctrl, &timerGrp->handles[sn]);
         TmrUnlock(ctrl);
         if (ret != KRV_OK) {
             // The group stays valid so the caller can retry once the cause is gone.
@@ -147,7 +147,7 @@ uint32_t KRV_RelTimerofGrpStart(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn, uint
     uint32_t ret = KRV_ERR_INVALID;
     if (valid) {
         KrvRelTmrFuncInfo funcInfo = {timerGrp->callback, tmrSn, param};
-        ret = KrvStartRelTimer(&timerGrp->handles[tmrSn], timerGrp->pool, intervalMs, modeByte, &funcInfo);
+        ret = KrvStartRelTimer(ctrl, &timerGrp->handles[tmrSn], timerGrp->pool, intervalMs, modeByte, &funcInfo);
     }
     TmrUnlock(ctrl);
     KRV_OsalMutexUnLock(ctrl->grpMutex);
@@ -183,7 +183,7 @@ uint32_t KRV_RelTimerofGrpStop(KrvRelTmrGrpInfo *timerGrp, uint64_t tmrSn)
         return KRV_ERR_INVALID;
     }
     TmrLock(ctrl);
-    uint32_t ret = KrvRelTmrHandleStop(&timerGrp->handles[tmrSn]);
+    uint32_t ret = KrvRelTmrHandleStop(ctrl, &timerGrp->handles[tmrSn]);
     // A handle that cannot be stopped refers to nothing live; keeping it would block the group's free.
     timerGrp->handles[tmrSn] = nullptr;
     TmrUnlock(ctrl);

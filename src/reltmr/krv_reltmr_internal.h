@@ -8,6 +8,7 @@
 
 #include <pthread.h>
 
+#include <cassert>
 #include <cstdint>
 
 #include "krv_osalsync.h"
@@ -38,20 +39,52 @@ struct KrvRelTmrCtrl {
 constexpr uint32_t kFreedFlag = ~KRV_RELTMR_INIT_FLAG;
 constexpr uint64_t kNsPerTick = 10000000;
 
-// The module record, or null while the module does not exist.
-KrvRelTmrCtrl *Ctrl();
+// The module record, or null while the module does not exist. Published and retired only by
+// krv_reltmr.cpp (module creation and the last fini); everyone else reads it through Ctrl().
+inline KrvRelTmrCtrl *g_ctrl = nullptr;
+// Entry-point calls currently holding a ModuleUse; the record is freed only once this is 0.
+inline uint32_t g_ctrlUsers = 0;
+
+// The module record, or null while the module does not exist. Sequentially consistent with the users
+// count: a user either counts itself before it reads the record, and is waited for, or reads null.
+inline KrvRelTmrCtrl *Ctrl()
+{
+    return __atomic_load_n(&g_ctrl, __ATOMIC_SEQ_CST);
+}
+
+// Logs why ctrl cannot be used: the module is absent (null) or stopping.
+void KrvRelTmrUnusableLog(const KrvRelTmrCtrl *ctrl);
+
+// The record if the module exists and is not stopping, else null after logging why.
+inline KrvRelTmrCtrl *UsableCtrl()
+{
+    KrvRelTmrCtrl *ctrl = Ctrl();
+    if (ctrl != nullptr && __atomic_load_n(&ctrl->stopping, __ATOMIC_ACQUIRE) == 0) {
+        return ctrl;
+    }
+    KrvRelTmrUnusableLog(ctrl);
+    return nullptr;
+}
 
 // True when the module exists and is not stopping; otherwise logs why and returns false.
-bool KrvRelTmrIsInitialized();
+inline bool KrvRelTmrIsInitialized()
+{
+    return UsableCtrl() != nullptr;
+}
 
 // Keeps the module record alive for one call of an entry point: the last fini publishes the record's
 // end, then waits until every holder has left before freeing it, so a call racing the teardown sees
 // "not initialized" or "deinitializing" instead of freed memory. Get() is null (and the reason
-// logged, as KrvRelTmrIsInitialized does) when the module is absent or stopping.
+// logged, as KrvRelTmrIsInitialized does) when the module is absent or stopping. Inline: every
+// start and stop pays for it.
 class ModuleUse {
 public:
-    ModuleUse();
-    ~ModuleUse();
+    ModuleUse()
+    {
+        __atomic_add_fetch(&g_ctrlUsers, 1u, __ATOMIC_SEQ_CST);
+        ctrl_ = UsableCtrl();
+    }
+    ~ModuleUse() { __atomic_sub_fetch(&g_ctrlUsers, 1u, __ATOMIC_SEQ_CST); }
     ModuleUse(const ModuleUse &) = delete;
     ModuleUse &operator=(const ModuleUse &) = delete;
     KrvRelTmrCtrl *Get() const { return ctrl_; }
@@ -90,25 +123,57 @@ inline void TmrUnlock(KrvRelTmrCtrl *ctrl)
     KRV_OsalMutexUnLock(ctrl->tmrMutex);
 }
 
+// Logs "timer pool handle is invalid".
+void KrvRelTmrPoolInvalidLog();
+
 // True when pool is non-null and valid; otherwise logs "timer pool handle is invalid" and returns false.
-bool KrvRelTmrPoolHandleValidCheck(const KrvRelTmrPool *pool);
+inline bool KrvRelTmrPoolHandleValidCheck(const KrvRelTmrPool *pool)
+{
+    if (pool != nullptr && pool->initFlag == KRV_RELTMR_INIT_FLAG) {
+        return true;
+    }
+    KrvRelTmrPoolInvalidLog();
+    return false;
+}
 
 // Takes node out of the wheel and frees it (RUNNING), or marks it STOPPED for the trigger thread to
 // finish (TIMEOUT); returns KRV_OK, or KRV_ERR_INVALID for any other status. Timer mutex held.
-uint32_t KrvRelTmrStop(KrvRelTmrNode *node);
+uint32_t KrvRelTmrStop(KrvRelTmrCtrl *ctrl, KrvRelTmrNode *node);
 
 // Stops the timer *handle refers to (nothing to do when it is empty) and clears *handle and the
 // node's handle slot; a stale handle still stops what its node runs now, and says so. Returns KRV_OK
 // or KrvRelTmrStop's status, leaving *handle as it was on failure. Timer mutex held.
-uint32_t KrvRelTmrHandleStop(KrvRelTmrNode **handle);
+uint32_t KrvRelTmrHandleStop(KrvRelTmrCtrl *ctrl, KrvRelTmrNode **handle);
 
-// Returns node to its pool's free list and clears the handle that still refers to it. Timer mutex held.
-void KrvRelTmrFree(KrvRelTmrNode *node);
+// Logs "timer used num is zero." for a node returned to a pool that counts none in use.
+void KrvRelTmrUsedUnderflowLog();
+
+// Returns node to its pool's free list (at the tail) and clears the handle that still refers to it.
+// Timer mutex held.
+inline void KrvRelTmrFree(KrvRelTmrNode *node)
+{
+    assert(TmrHeld());
+    node->status = KRV_RELTMR_STATUS_IDLE;
+    if (node->handleSlot != nullptr && *node->handleSlot == node) {
+        *node->handleSlot = nullptr;
+    }
+    KrvRelTmrPool *pool = node->pool;
+    if (pool->initFlag == KRV_RELTMR_INIT_FLAG) {
+        if (pool->usedCount == 0) {
+            KrvRelTmrUsedUnderflowLog();
+        } else {
+            pool->freeTail->next = node;
+            pool->freeTail = node;
+            --pool->usedCount;
+        }
+    }
+    node->next = nullptr;
+}
 
 // Starts a timer from pool, restarting over a running *handle; returns KRV_OK, KRV_ERR_INVALID or
 // KRV_ERR_NOMEM (logged). Timer mutex held.
-uint32_t KrvStartRelTimer(KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t intervalMs, uint8_t mode,
-                          const KrvRelTmrFuncInfo *funcInfo);
+uint32_t KrvStartRelTimer(KrvRelTmrCtrl *ctrl, KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t intervalMs,
+                          uint8_t mode, const KrvRelTmrFuncInfo *funcInfo);
 
 // Body of the trigger thread: advances the wheel from the monotonic clock and runs due callbacks.
 void *KrvRelTmrTrigTaskEntry(void *unused);

@@ -42,10 +42,9 @@ bool KrvRelTmrStartParamCheck(KrvRelTmrNode **handle, const KrvRelTmrPool *pool,
 
 }  // namespace
 
-uint32_t KrvRelTmrStop(KrvRelTmrNode *node)
+uint32_t KrvRelTmrStop(KrvRelTmrCtrl *ctrl, KrvRelTmrNode *node)
 {
     assert(TmrHeld());
-    KrvRelTmrCtrl *ctrl = Ctrl();
     switch (node->status) {
         case KRV_RELTMR_STATUS_RUNNING:
             WheelRemove(ctrl->buckets, node);
@@ -61,14 +60,14 @@ uint32_t KrvRelTmrStop(KrvRelTmrNode *node)
     }
 }
 
-uint32_t KrvRelTmrHandleStop(KrvRelTmrNode **handle)
+uint32_t KrvRelTmrHandleStop(KrvRelTmrCtrl *ctrl, KrvRelTmrNode **handle)
 {
     assert(TmrHeld());
     KrvRelTmrNode *node = *handle;
     if (node == nullptr) {
         return KRV_OK;
     }
-    uint32_t ret = KrvRelTmrStop(node);
+    uint32_t ret = KrvRelTmrStop(ctrl, node);
     if (ret == KRV_OK) {
         // A stale handle still stops whatever its node runs now; the line tells the caller so.
         if (node->handleSlot != handle) {
@@ -80,15 +79,14 @@ uint32_t KrvRelTmrHandleStop(KrvRelTmrNode **handle)
     return ret;
 }
 
-uint32_t KrvStartRelTimer(KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t intervalMs, uint8_t mode,
-                          const KrvRelTmrFuncInfo *funcInfo)
+uint32_t KrvStartRelTimer(KrvRelTmrCtrl *ctrl, KrvRelTmrNode **handle, KrvRelTmrPool *pool, uint32_t intervalMs,
+                          uint8_t mode, const KrvRelTmrFuncInfo *funcInfo)
 {
     assert(TmrHeld());
-    KrvRelTmrCtrl *ctrl = Ctrl();
     if (handle != nullptr && *handle != nullptr) {
         KrvRelTmrNode *old = *handle;
         if (old->handleSlot == handle) {
-            uint32_t ret = KrvRelTmrStop(old);
+            uint32_t ret = KrvRelTmrStop(ctrl, old);
             if (ret != KRV_OK) {
                 KRV_DIAG(ret, "[MERILUX-KrvStartRelTimer]:stop fail");
                 return ret;
@@ -141,7 +139,7 @@ uint32_t KRV_CallBackRelTimerStart(KrvRelTmrNode **handle, KrvRelTmrPool *pool, 
     // check and its use.
     TmrLock(ctrl);
     bool valid = KrvRelTmrStartParamCheck(handle, pool, modeByte, funcInfo);
-    uint32_t ret = valid ? KrvStartRelTimer(handle, pool, intervalMs, modeByte, funcInfo) : KRV_ERR_INVALID;
+    uint32_t ret = valid ? KrvStartRelTimer(ctrl, handle, pool, intervalMs, modeByte, funcInfo) : KRV_ERR_INVALID;
     TmrUnlock(ctrl);
     if (!valid) {
         return KRV_ERR_INVALID;
@@ -165,7 +163,7 @@ uint32_t KRV_RelTimerStop(KrvRelTmrNode **handle)
     }
     KrvRelTmrCtrl *ctrl = use.Get();
     TmrLock(ctrl);
-    uint32_t ret = KrvRelTmrHandleStop(handle);
+    uint32_t ret = KrvRelTmrHandleStop(ctrl, handle);
     TmrUnlock(ctrl);
     return ret;
 }

@@ -1,76 +1,12 @@
-// The timing wheel: insertion, removal and collection of due timers, one bucket per tick.
+// The timing wheel: long-list filing and the collection of due timers, one bucket per tick.
 #include "reltmr/krv_reltmr_wheel.h"
 
 #include <cassert>
 
 namespace krv::reltmr {
 
-namespace {
-
-// Appends node at the tail of the circular list *head.
-void ListAppend(KrvRelTmrNode **head, KrvRelTmrNode *node)
-{
-    if (*head == nullptr) {
-        node->next = node;
-        node->prev = node;
-        *head = node;
-        return;
-    }
-    KrvRelTmrNode *tail = (*head)->prev;
-    node->prev = tail;
-    node->next = *head;
-    tail->next = node;
-    (*head)->prev = node;
-}
-
-// Links node in front of pos, which stays in the same list; the list head is not changed.
-void ListInsertBefore(KrvRelTmrNode *pos, KrvRelTmrNode *node)
-{
-    node->next = pos;
-    node->prev = pos->prev;
-    pos->prev->next = node;
-    pos->prev = node;
-}
-
-// Unlinks node from the circular list *head; its successor becomes the head when node was the head.
-void ListUnlink(KrvRelTmrNode **head, KrvRelTmrNode *node)
-{
-    if (node->next == node) {
-        assert(*head == node);
-        *head = nullptr;
-    } else {
-        node->prev->next = node->next;
-        node->next->prev = node->prev;
-        if (*head == node) {
-            *head = node->next;
-        }
-    }
-    node->next = nullptr;
-    node->prev = nullptr;
-}
-
-// Moves every node of the circular list *from, in order, to the tail of *to.
-void ListSplice(KrvRelTmrNode **to, KrvRelTmrNode **from)
-{
-    KrvRelTmrNode *first = *from;
-    if (first == nullptr) {
-        return;
-    }
-    *from = nullptr;
-    if (*to == nullptr) {
-        *to = first;
-        return;
-    }
-    KrvRelTmrNode *last = first->prev;
-    KrvRelTmrNode *toTail = (*to)->prev;
-    toTail->next = first;
-    first->prev = toTail;
-    last->next = *to;
-    (*to)->prev = last;
-}
-
-// Files a node due whole revolutions later into its bucket's delta list. Ties go before an equal
-// head or middle node but after an equal tail; callers have come to rely on that order.
+// Ties go before an equal head or middle node but after an equal tail; callers have come to rely on
+// that order.
 void LongListInsert(KrvRelTmrBucket *bucket, KrvRelTmrNode *node)
 {
     uint32_t key = node->key;
@@ -101,6 +37,24 @@ void LongListInsert(KrvRelTmrBucket *bucket, KrvRelTmrNode *node)
     }
     ++bucket->longCount;
 }
+
+void LongListRemove(KrvRelTmrBucket *bucket, KrvRelTmrNode *node)
+{
+    uint32_t revolutions = node->key & kRevolutionMask;
+    if (node->next != node) {
+        if (node == bucket->longHead || node->next != bucket->longHead) {
+            node->next->key += revolutions;  // the follower keeps its absolute due time
+        } else {
+            bucket->longLastKey -= revolutions;  // the node was the tail
+        }
+    }
+    ListUnlink(&bucket->longHead, node);
+    if (bucket->longCount > 0) {
+        --bucket->longCount;
+    }
+}
+
+namespace {
 
 // Takes the due part of a bucket's long list: expired heads leave, the first later one loses a revolution.
 void LongListTurn(KrvRelTmrBucket *bucket, KrvRelTmrNode **expired)
@@ -134,48 +88,6 @@ void WheelClear(KrvRelTmrBucket *buckets)
     }
 }
 
-void WheelInsert(KrvRelTmrBucket *buckets, uint32_t currentTick, KrvRelTmrNode *node)
-{
-    uint32_t delay = node->interval == 0 ? 1 : node->interval;
-    uint32_t index = (currentTick + delay) & kWheelMask;
-    KrvRelTmrBucket *bucket = &buckets[index];
-    node->key = ((delay - 1) & kRevolutionMask) + index;
-    if (delay <= kWheelSize) {
-        node->listKind = kShortList;
-        ListAppend(&bucket->shortHead, node);
-        ++bucket->shortCount;
-    } else {
-        node->listKind = kLongList;
-        LongListInsert(bucket, node);
-    }
-    node->status = KRV_RELTMR_STATUS_RUNNING;
-}
-
-void WheelRemove(KrvRelTmrBucket *buckets, KrvRelTmrNode *node)
-{
-    assert(node->status == KRV_RELTMR_STATUS_RUNNING);
-    KrvRelTmrBucket *bucket = &buckets[node->key & kWheelMask];
-    if (node->listKind == kShortList) {
-        ListUnlink(&bucket->shortHead, node);
-        if (bucket->shortCount > 0) {
-            --bucket->shortCount;
-        }
-        return;
-    }
-    uint32_t revolutions = node->key & kRevolutionMask;
-    if (node->next != node) {
-        if (node == bucket->longHead || node->next != bucket->longHead) {
-            node->next->key += revolutions;  // the follower keeps its absolute due time
-        } else {
-            bucket->longLastKey -= revolutions;  // the node was the tail
-        }
-    }
-    ListUnlink(&bucket->longHead, node);
-    if (bucket->longCount > 0) {
-        --bucket->longCount;
-    }
-}
-
 void WheelCollect(KrvRelTmrBucket *buckets, uint32_t fromTick, uint32_t toTick, KrvRelTmrNode **expired)
 {
     for (uint32_t tick = fromTick; tick != toTick;) {
@@ -192,15 +104,6 @@ void WheelCollect(KrvRelTmrBucket *buckets, uint32_t fromTick, uint32_t toTick, 
         }
         LongListTurn(bucket, expired);
     }
-}
-
-KrvRelTmrNode *ListPopFront(KrvRelTmrNode **list)
-{
-    KrvRelTmrNode *node = *list;
-    if (node != nullptr) {
-        ListUnlink(list, node);
-    }
-    return node;
 }
 
 }  // namespace krv::reltmr

@@ -6,9 +6,11 @@
 #ifndef KRV_RELTMR_WHEEL_H
 #define KRV_RELTMR_WHEEL_H
 
+#include <cassert>
 #include <cstdint>
 
 #include "krv_reltmr.h"
+#include "reltmr/krv_reltmr_list.h"
 
 namespace krv::reltmr {
 
@@ -30,19 +32,50 @@ constexpr uint8_t kLongList = 1;
 // Empties every bucket of a wheel of kWheelSize buckets.
 void WheelClear(KrvRelTmrBucket *buckets);
 
+// Files node (key already set) into its bucket's delta-keyed long list.
+void LongListInsert(KrvRelTmrBucket *bucket, KrvRelTmrNode *node);
+
+// Takes node out of its bucket's long list, handing its revolutions to its follower.
+void LongListRemove(KrvRelTmrBucket *bucket, KrvRelTmrNode *node);
+
 // Arms node (interval already set) so that it expires exactly at tick currentTick + max(interval, 1);
-// sets its list kind, key and RUNNING status.
-void WheelInsert(KrvRelTmrBucket *buckets, uint32_t currentTick, KrvRelTmrNode *node);
+// sets its list kind, key and RUNNING status. Inline: the short-list case is all a start of a timer
+// within one revolution costs.
+inline void WheelInsert(KrvRelTmrBucket *buckets, uint32_t currentTick, KrvRelTmrNode *node)
+{
+    uint32_t delay = node->interval == 0 ? 1 : node->interval;
+    uint32_t index = (currentTick + delay) & kWheelMask;
+    KrvRelTmrBucket *bucket = &buckets[index];
+    node->key = ((delay - 1) & kRevolutionMask) + index;
+    if (delay <= kWheelSize) {
+        node->listKind = kShortList;
+        ListAppend(&bucket->shortHead, node);
+        ++bucket->shortCount;
+    } else {
+        node->listKind = kLongList;
+        LongListInsert(bucket, node);
+    }
+    node->status = KRV_RELTMR_STATUS_RUNNING;
+}
 
 // Takes a RUNNING node out of its bucket, handing its revolutions to its long-list follower.
-void WheelRemove(KrvRelTmrBucket *buckets, KrvRelTmrNode *node);
+inline void WheelRemove(KrvRelTmrBucket *buckets, KrvRelTmrNode *node)
+{
+    assert(node->status == KRV_RELTMR_STATUS_RUNNING);
+    KrvRelTmrBucket *bucket = &buckets[node->key & kWheelMask];
+    if (node->listKind != kShortList) {
+        LongListRemove(bucket, node);
+        return;
+    }
+    ListUnlink(&bucket->shortHead, node);
+    if (bucket->shortCount > 0) {
+        --bucket->shortCount;
+    }
+}
 
 // Visits the buckets of ticks fromTick + 1 .. toTick (32-bit wrapping), marks every node due then
 // TIMEOUT and appends it, in bucket order, to the circular list *expired.
 void WheelCollect(KrvRelTmrBucket *buckets, uint32_t fromTick, uint32_t toTick, KrvRelTmrNode **expired);
-
-// Unlinks and returns the first node of the circular list *list (next and prev cleared), or null.
-KrvRelTmrNode *ListPopFront(KrvRelTmrNode **list);
 
 }  // namespace krv::reltmr
 
