@@ -18,9 +18,6 @@ constexpr uint32_t kMaxTimerLessOne = 59652322;
 constexpr uint32_t kCallbackWaitRetries = 10;
 constexpr uint32_t kCallbackWaitUs = 1000;  // one nap of the wait for a running callback
 constexpr uint32_t kUsersWaitUs = 100;      // one nap of the last fini's wait for calls still using the module
-// Node arrays start on a cache line, so that each 64-byte node fills exactly one: a long-list walk
-// and a bucket's head and tail then cost one line per node instead of two.
-constexpr uintptr_t kNodeAlign = 64;
 }  // namespace
 
 namespace krv::reltmr {
@@ -66,26 +63,6 @@ void PublishCtrl(KrvRelTmrCtrl *ctrl)
     __atomic_store_n(&g_ctrl, ctrl, __ATOMIC_SEQ_CST);
 }
 
-// Allocates room for bytes of nodes starting on a cache line; the distance back to the block's start
-// (1 to kNodeAlign) is kept in the byte just before the array. Null when the allocation fails.
-KrvRelTmrNode *KrvRelTmrNodesAlloc(uint64_t bytes)
-{
-    auto *block = static_cast<uint8_t *>(KRV_OsalMemAlloc(bytes + kNodeAlign));
-    if (block == nullptr) {
-        return nullptr;
-    }
-    uintptr_t offset = kNodeAlign - reinterpret_cast<uintptr_t>(block) % kNodeAlign;
-    block[offset - 1] = static_cast<uint8_t>(offset);
-    return reinterpret_cast<KrvRelTmrNode *>(block + offset);
-}
-
-// Releases an array from KrvRelTmrNodesAlloc.
-void KrvRelTmrNodesFree(KrvRelTmrNode *nodes)
-{
-    auto *start = reinterpret_cast<uint8_t *>(nodes);
-    KRV_OsalMemFree(start - start[-1]);
-}
-
 // Builds a pool of maxTimer + 1 idle nodes chained into its free list; the extra node is never
 // handed out, so taking a node never empties the list. Returns KRV_OK, KRV_ERR_INVALID or KRV_ERR_NOMEM.
 uint32_t KrvRelTmrPoolsInit(uint32_t maxTimer, KrvRelTmrPool **created)
@@ -96,14 +73,14 @@ uint32_t KrvRelTmrPoolsInit(uint32_t maxTimer, KrvRelTmrPool **created)
     }
     uint64_t nodeCount = static_cast<uint64_t>(maxTimer) + 1;
     uint64_t bytes = nodeCount * sizeof(KrvRelTmrNode);
-    KrvRelTmrNode *nodes = KrvRelTmrNodesAlloc(bytes);
+    auto *nodes = static_cast<KrvRelTmrNode *>(KRV_OsalMemAlloc(bytes));
     if (nodes == nullptr) {
         KRV_DIAG(KRV_ERR_NOMEM, "[MERILUX-KrvRelTmrPoolsInit]:mem alloc failed,timer num is %u.", maxTimer);
         return KRV_ERR_NOMEM;
     }
     auto *pool = static_cast<KrvRelTmrPool *>(KRV_OsalMemAlloc(sizeof(KrvRelTmrPool)));
     if (pool == nullptr) {
-        KrvRelTmrNodesFree(nodes);
+        KRV_OsalMemFree(nodes);
         KRV_DIAG(KRV_ERR_NOMEM, "[MERILUX-KrvRelTmrPoolsInit]:mem alloc failed.");
         return KRV_ERR_NOMEM;
     }
@@ -125,7 +102,7 @@ uint32_t KrvRelTmrPoolsInit(uint32_t maxTimer, KrvRelTmrPool **created)
 // Releases a pool's nodes and record, leaving the freed mark for stale handles that still read it.
 void KrvRelTmrPoolFree(KrvRelTmrPool *pool)
 {
-    KrvRelTmrNodesFree(pool->nodes);
+    KRV_OsalMemFree(pool->nodes);
     pool->nodes = nullptr;
     pool->initFlag = kFreedFlag;
     KRV_OsalMemFree(pool);

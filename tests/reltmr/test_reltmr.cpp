@@ -82,7 +82,6 @@ TEST(RelTimerApi, WithoutAModuleEveryCallIsRefusedAndFailedInitsLeaveNone)
         {0, ~0u, 22, {{22, kM + "KrvRelTmrPoolsInit]:maxTimer 0 is invalid"}}},
         {2, 0, 1, {{12, kM + "KrvRelTmrResInit]:alloc mem failed"}, resFailed}},
         {59652323, 3, 12, {{12, kM + "KrvRelTmrPoolsInit]:mem alloc failed,timer num is 59652323."}}},  // largest size
-        {3, 4, 12, {{12, kM + "KrvRelTmrPoolsInit]:mem alloc failed."}}},  // the pool record, after the nodes
     };
     KrvRelTmrPool *pool = nullptr;
     for (auto [maxTimer, failingAlloc, ret, lines] : refusals) {
