@@ -24,4 +24,5 @@ echo "shuffled pass: --gtest_shuffle --gtest_repeat=2 --gtest_random_seed=$seed"
 GTEST_SHUFFLE=1 GTEST_REPEAT=2 GTEST_RANDOM_SEED=$seed ctest --test-dir build --output-on-failure -j "$jobs"
 run_suite build-asan -DKRV_SANITIZE=ON
 run_suite build-tsan -DKRV_SANITIZE_THREAD=ON
+bash scripts/fuzz.sh
 echo "all test passes done in $((SECONDS - started)) s"
