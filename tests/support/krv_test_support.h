@@ -72,6 +72,18 @@ public:
     unsigned Failed() const;
 };
 
+// While alive, the calling thread's pthread_create calls after the first `skip` fail with EAGAIN,
+// `count` times in all. Linked like AllocFailure.
+class ThreadFailure {
+public:
+    explicit ThreadFailure(unsigned skip, unsigned count = ~0u);
+    ~ThreadFailure();
+    ThreadFailure(const ThreadFailure &) = delete;
+    ThreadFailure &operator=(const ThreadFailure &) = delete;
+    // Number of thread starts refused so far.
+    unsigned Failed() const;
+};
+
 // Threads of this process as /proc/self/task lists them. A joined thread can stay listed for a moment,
 // so compare by polling.
 size_t ThreadCount();
