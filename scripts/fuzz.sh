@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets (fuzz/) with clang and runs each for KRV_FUZZ_SECONDS seconds (default
 # 20), two at a time, from a copy of its seed corpus, so the repository's seeds stay as they are.
-# Inputs that fail are left in build-fuzz/artifacts/; each target's log is build-fuzz/<target>.log.
+# Inputs that fail are left in build-fuzz/artifacts/; each target's log is build-fuzz/<target>.log (the
+# library's own printing on standard output is dropped).
 # Afterwards one line per target gives its executions, coverage (cov: edges, ft: features) and corpus.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -26,7 +27,7 @@ run_target() {
   rm -rf "$work"
   mkdir -p "$work" "$dir/artifacts"
   nice "$dir/fuzz/fuzz_$target" -max_total_time="$seconds" -timeout=30 -print_final_stats=1 \
-    -artifact_prefix="$dir/artifacts/$target-" "$work" "$(seeds_of "$target")" >"$dir/$target.log" 2>&1
+    -artifact_prefix="$dir/artifacts/$target-" "$work" "$(seeds_of "$target")" >/dev/null 2>"$dir/$target.log"
 }
 
 targets=()
@@ -53,7 +54,7 @@ done
 for target in "${targets[@]}"; do
   log=$dir/$target.log
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
-  last=$(grep -E '^#[0-9]+' "$log" | tail -1 | grep -oE 'cov: [0-9]+ ft: [0-9]+ corp: [0-9]+/[0-9]+[a-zA-Z]*' || true)
+  last=$(grep -aoE 'cov: [0-9]+ ft: [0-9]+ corp: [0-9]+/[0-9]+[a-zA-Z]*' "$log" | tail -1 || true)
   echo "fuzz $target: ${runs:-?} runs in ${seconds} s, ${last:-no coverage line}"
 done
 if [ ${#failed[@]} -gt 0 ]; then
