@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs every test in three trees, warnings being errors: a debug build, whose tests also
 # run a second time shuffled and repeated; AddressSanitizer with UndefinedBehaviorSanitizer; and
-# ThreadSanitizer. KRV_TEST_SEED=N replays the shuffled order of an earlier run.
+# ThreadSanitizer; then every fuzz target for a short while. KRV_TEST_SEED=N replays the shuffled
+# order of an earlier run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
