@@ -38,20 +38,24 @@ namespace fs = std::filesystem;
 using Codes = std::set<uint32_t>;
 
 // Runs attempt() with its n-th allocation refused, for n = 0, 1, ... until an attempt refuses none,
-// and hands each status to check(status, n). Returns the number of allocations the attempt makes.
+// and hands each status to check(status, n). Each n runs twice: with that one allocation refused,
+// then with it and every later one refused, so that the cleanup after a failure is tried without
+// memory too. Returns the number of allocations the attempt makes.
 unsigned SweepAllocations(const std::function<uint32_t()> &attempt, const std::function<void(uint32_t, unsigned)> &check)
 {
     for (unsigned n = 0;; ++n) {
-        uint32_t rc;
-        unsigned refused;
-        {
-            krvtest::AllocFailure fail(n, 1);
-            rc = attempt();
-            refused = fail.Failed();
-        }
-        check(rc, n);
-        if (refused == 0) {
-            return n;
+        for (unsigned count : {1u, ~0u}) {
+            uint32_t rc;
+            unsigned refused;
+            {
+                krvtest::AllocFailure fail(n, count);
+                rc = attempt();
+                refused = fail.Failed();
+            }
+            check(rc, n);
+            if (refused == 0) {
+                return n;
+            }
         }
     }
 }
