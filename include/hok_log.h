@@ -87,13 +87,13 @@ public:
 
     // Line makers: each returns a stream of its level for the caller's file and line. The filter is
     // not consulted here; test IsLogEnabled first to skip building a line.
-    LogStream LogSec(const std::string &file, uint32_t line) const noexcept;
-    LogStream LogFatal(const std::string &file, uint32_t line) const noexcept;
-    LogStream LogError(const std::string &file, uint32_t line) const noexcept;
-    LogStream LogWarn(const std::string &file, uint32_t line) const noexcept;
-    LogStream LogInfo(const std::string &file, uint32_t line) const noexcept;
-    LogStream LogDebug(const std::string &file, uint32_t line) const noexcept;
-    LogStream LogVerbose(const std::string &file, uint32_t line) const noexcept;
+    LogStream LogSec(const std::string &file, uint32_t line) const noexcept;      // level 0, named S
+    LogStream LogFatal(const std::string &file, uint32_t line) const noexcept;    // level 1, named F
+    LogStream LogError(const std::string &file, uint32_t line) const noexcept;    // level 2, named E
+    LogStream LogWarn(const std::string &file, uint32_t line) const noexcept;     // level 3, named W
+    LogStream LogInfo(const std::string &file, uint32_t line) const noexcept;     // level 4, named I
+    LogStream LogDebug(const std::string &file, uint32_t line) const noexcept;    // level 5, named D
+    LogStream LogVerbose(const std::string &file, uint32_t line) const noexcept;  // level 6, named V
 
 private:
     class LoggerImpl;
@@ -143,39 +143,42 @@ class LogStream {
 public:
     // Copies what it needs from logger; the logger may be destroyed while the stream lives.
     LogStream(const std::string &file, uint32_t line, LogLevel level, const Logger &logger) noexcept;
+    // Takes over other's line; other then writes nothing.
     LogStream(LogStream &&other) noexcept;
     LogStream(const LogStream &) = delete;
     LogStream &operator=(const LogStream &) = delete;
     LogStream &operator=(LogStream &&) = delete;
+    // Writes the line with KRV_LogWrite(0, level, file, line, "%s", line text), unless moved from.
     ~LogStream();
 
-    LogStream &operator<<(bool value) noexcept;
-    LogStream &operator<<(unsigned char value) noexcept;
-    LogStream &operator<<(unsigned short value) noexcept;
-    LogStream &operator<<(unsigned int value) noexcept;
-    LogStream &operator<<(unsigned long value) noexcept;
-    LogStream &operator<<(signed char value) noexcept;
-    LogStream &operator<<(short value) noexcept;
-    LogStream &operator<<(int value) noexcept;
-    LogStream &operator<<(long value) noexcept;
-    LogStream &operator<<(float value) noexcept;
-    LogStream &operator<<(double value) noexcept;
+    // Insertions: each appends its operand's text to the line and returns this stream.
+    LogStream &operator<<(bool value) noexcept;               // "true" or "false"
+    LogStream &operator<<(unsigned char value) noexcept;      // decimal, as "%d": a number, never a character
+    LogStream &operator<<(unsigned short value) noexcept;     // decimal, as "%d"
+    LogStream &operator<<(unsigned int value) noexcept;       // decimal, as "%u"
+    LogStream &operator<<(unsigned long value) noexcept;      // decimal, as "%lu"
+    LogStream &operator<<(signed char value) noexcept;        // decimal, as "%d": a number, never a character
+    LogStream &operator<<(short value) noexcept;              // decimal, as "%d"
+    LogStream &operator<<(int value) noexcept;                // decimal, as "%d"
+    LogStream &operator<<(long value) noexcept;               // decimal, as "%ld"
+    LogStream &operator<<(float value) noexcept;              // as "%f" (six decimals)
+    LogStream &operator<<(double value) noexcept;             // as "%f" (six decimals)
     // A null text ends the process: it is a programming error that must not pass unnoticed.
-    LogStream &operator<<(const char *text) noexcept;
-    LogStream &operator<<(const std::string &text) noexcept;
-    LogStream &operator<<(LogLevel level) noexcept;
-    LogStream &operator<<(const LogHex8Pre &hex) noexcept;
-    LogStream &operator<<(const LogHex16Pre &hex) noexcept;
-    LogStream &operator<<(const LogHex32Pre &hex) noexcept;
-    LogStream &operator<<(const LogHex64Pre &hex) noexcept;
-    LogStream &operator<<(const LogHex8 &hex) noexcept;
-    LogStream &operator<<(const LogHex16 &hex) noexcept;
-    LogStream &operator<<(const LogHex32 &hex) noexcept;
-    LogStream &operator<<(const LogHex64 &hex) noexcept;
-    LogStream &operator<<(const LogBin8 &bin) noexcept;
-    LogStream &operator<<(const LogBin16 &bin) noexcept;
-    LogStream &operator<<(const LogBin32 &bin) noexcept;
-    LogStream &operator<<(const LogBin64 &bin) noexcept;
+    LogStream &operator<<(const char *text) noexcept;         // the text
+    LogStream &operator<<(const std::string &text) noexcept;  // the text
+    LogStream &operator<<(LogLevel level) noexcept;           // the level's letter, or "unknown level"
+    LogStream &operator<<(const LogHex8Pre &hex) noexcept;    // "0x%02X"
+    LogStream &operator<<(const LogHex16Pre &hex) noexcept;   // "0x%04X"
+    LogStream &operator<<(const LogHex32Pre &hex) noexcept;   // "0x%08X"
+    LogStream &operator<<(const LogHex64Pre &hex) noexcept;   // "0x" and 16 hexadecimal digits
+    LogStream &operator<<(const LogHex8 &hex) noexcept;       // "%02X"
+    LogStream &operator<<(const LogHex16 &hex) noexcept;      // "%04X"
+    LogStream &operator<<(const LogHex32 &hex) noexcept;      // "%08X"
+    LogStream &operator<<(const LogHex64 &hex) noexcept;      // 16 hexadecimal digits
+    LogStream &operator<<(const LogBin8 &bin) noexcept;       // 8 binary digits, most significant first
+    LogStream &operator<<(const LogBin16 &bin) noexcept;      // 16 binary digits
+    LogStream &operator<<(const LogBin32 &bin) noexcept;      // 32 binary digits
+    LogStream &operator<<(const LogBin64 &bin) noexcept;      // 64 binary digits
 
 private:
     class LogStreamImpl;

@@ -31,12 +31,12 @@ uint32_t KRV_StreamUint64ToByte(uint64_t value, uint8_t *buf, size_t len);
 
 /* Return value with its bytes reversed. Host to network and network to host are one function
    exported under both names. */
-uint16_t KRV_StreamNetToHostUint16(uint16_t value);
-uint16_t KRV_StreamHostToNetUint16(uint16_t value);
-uint32_t KRV_StreamNetToHostUint32(uint32_t value);
-uint32_t KRV_StreamHostToNetUint32(uint32_t value);
-uint64_t KRV_StreamNetToHostUint64(uint64_t value);
-uint64_t KRV_StreamHostToNetUint64(uint64_t value);
+uint16_t KRV_StreamNetToHostUint16(uint16_t value); /* returns the 16-bit value in host order */
+uint16_t KRV_StreamHostToNetUint16(uint16_t value); /* returns the 16-bit value in network order */
+uint32_t KRV_StreamNetToHostUint32(uint32_t value); /* returns the 32-bit value in host order */
+uint32_t KRV_StreamHostToNetUint32(uint32_t value); /* returns the 32-bit value in network order */
+uint64_t KRV_StreamNetToHostUint64(uint64_t value); /* returns the 64-bit value in host order */
+uint64_t KRV_StreamHostToNetUint64(uint64_t value); /* returns the 64-bit value in network order */
 
 #ifdef __cplusplus
 }

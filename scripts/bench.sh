@@ -6,7 +6,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh libbenchmark-dev libuv1-dev libspdlog-dev libcjson-dev rapidjson-dev \
-  libdivsufsort-dev zlib1g-dev libboost-dev libjemalloc-dev libssl-dev
+  libdivsufsort-dev zlib1g-dev libboost-dev libjemalloc-dev libssl-dev nlohmann-json3-dev \
+  libjansson-dev
 jobs=$(nproc 2>/dev/null || echo 2)
 [ "$jobs" -le 2 ] || jobs=2
 

@@ -5,11 +5,13 @@
 #include <cassert>
 #include <cstring>
 
-#include "json/krv_json_types.h"
+#include "json/krv_json_type_test.h"
 #include "krv_json.h"
 #include "krv_osal.h"
+#include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "osal/krv_osal_mem.h"
 
 namespace {
 
@@ -22,14 +24,14 @@ uint32_t Cast2String(const KrvJson *item, char **str)
 {
     assert(item->valueType == KRV_JSON_STRING && item->stringValue != nullptr);
     size_t capacity = std::strlen(item->stringValue) + 1;
-    *str = static_cast<char *>(KRV_OsalMemAlloc(capacity));
+    *str = static_cast<char *>(krv::OsalMemAlloc(capacity));
     if (*str == nullptr) {
         KRV_DIAG(KRV_ERR_NOMEM, "Krv Json Cast2String malloc failed");
         return KRV_ERR_NOMEM;
     }
     int rc = krv::strcpy_s(*str, capacity, item->stringValue);
     if (rc != 0) {
-        KRV_OsalMemFree(*str);
+        krv::OsalMemFree(*str);
         *str = nullptr;
         KRV_DIAG(KRV_ERR_FAILED, "strcpy failed, strLen: %zu, errorcode: %d", capacity, rc);
         return KRV_ERR_FAILED;
@@ -38,7 +40,7 @@ uint32_t Cast2String(const KrvJson *item, char **str)
 }
 
 // Finds member key of json and checks that it is of type expected, logging a mismatch with the
-// caller's text (one %u: the member's actual type). Returns 0 with the member in *item, the
+// caller's text (one %u: the member's actual type). Returns KRV_OK with the member in *item, the
 // lookup's own status, or 1. Arguments are the caller's to check, each getter having its own rule.
 uint32_t TypedMemberGet(KrvJson *json, const char *key, uint32_t expected, const char *mismatchFmt, KrvJson **item)
 {

@@ -6,10 +6,11 @@
 #include <cstring>
 
 #include "json/krv_json_internal.h"
-#include "krv_osal.h"
 #include "krv_osalfs.h"
+#include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "osal/krv_osal_mem.h"
 #include "osal/krv_pathbuf.h"
 
 namespace {
@@ -31,33 +32,33 @@ uint32_t FileRead(FileWork *work)
 {
     struct stat info = {};
     if (stat(work->path, &info) != 0) {
-        KRV_DIAG(1, "stat failed, errno is :%d", errno);
-        return 1;
+        KRV_DIAG(KRV_ERR_FAILED, "stat failed, errno is :%d", errno);
+        return KRV_ERR_FAILED;
     }
     // Only the low 32 bits of the size count, as they always have.
     work->size = static_cast<uint32_t>(info.st_size);
     if (info.st_size <= 0 || work->size > kMaxTextLen) {
-        KRV_DIAG(1, "fileSize:%u error", work->size);
-        return 1;
+        KRV_DIAG(KRV_ERR_FAILED, "fileSize:%u error", work->size);
+        return KRV_ERR_FAILED;
     }
-    work->buffer = static_cast<char *>(KRV_OsalMemAlloc(static_cast<uint64_t>(work->size) + 1));
+    work->buffer = static_cast<char *>(krv::OsalMemAlloc(static_cast<uint64_t>(work->size) + 1));
     if (work->buffer == nullptr) {
-        KRV_DIAG(12, "Krv Json File Read malloc failed");
-        return 12;
+        KRV_DIAG(KRV_ERR_NOMEM, "Krv Json File Read malloc failed");
+        return KRV_ERR_NOMEM;
     }
     krv::memset_s(work->buffer, work->size + 1, 0, work->size + 1);
     FILE *file = std::fopen(work->path, "r");
     if (file == nullptr) {
-        KRV_DIAG(1, "fopen failed");
-        return 1;
+        KRV_DIAG(KRV_ERR_FAILED, "fopen failed");
+        return KRV_ERR_FAILED;
     }
     size_t items = std::fread(work->buffer, work->size, 1, file);
     std::fclose(file);
     if (items != 1) {
-        KRV_DIAG(1, "file read failed, freadRet: %zu", items);
-        return 1;
+        KRV_DIAG(KRV_ERR_FAILED, "file read failed, freadRet: %zu", items);
+        return KRV_ERR_FAILED;
     }
-    return 0;
+    return KRV_OK;
 }
 
 }  // namespace
@@ -69,63 +70,63 @@ extern "C" {
 uint32_t KRV_JsonParseByString(const char *jsonStr, KrvJson **json)
 {
     if (jsonStr == nullptr || json == nullptr) {
-        KRV_DIAG(22, "invaild param");
-        return 22;
+        KRV_DIAG(KRV_ERR_INVALID, "invaild param");
+        return KRV_ERR_INVALID;
     }
     size_t length = std::strlen(jsonStr);
     if (length == 0 || length > kMaxTextLen) {
-        KRV_DIAG(1, "jsonStrLen:%u error", static_cast<uint32_t>(length));
-        return 1;
+        KRV_DIAG(KRV_ERR_FAILED, "jsonStrLen:%u error", static_cast<uint32_t>(length));
+        return KRV_ERR_FAILED;
     }
     krv::json::NestedLayerReset();
     krv::json::Cursor cursor = {jsonStr, static_cast<uint32_t>(length) + 1, 0};
     KrvJson *root = nullptr;
     uint32_t status = krv::json::ValueParse(&cursor, &root);
-    if (status == 0) {
+    if (status == KRV_OK) {
         krv::json::SkipWhitespace(&cursor);
         if (cursor.pos < cursor.len) {
-            KRV_DIAG(1, "fileSize :%u, offset is :%u", cursor.len, cursor.pos);
+            KRV_DIAG(KRV_ERR_FAILED, "fileSize :%u, offset is :%u", cursor.len, cursor.pos);
             KRV_JsonDelete(root);
-            status = 1;
+            status = KRV_ERR_FAILED;
         }
     }
-    if (status != 0) {
+    if (status != KRV_OK) {
         KRV_DIAG(status, "parse failed, jsonStr is %s", jsonStr);
         return status;
     }
     *json = root;
-    return 0;
+    return KRV_OK;
 }
 
 /* A NUL byte inside the file ends the document there; what follows it is never looked at. */
 uint32_t KRV_JsonParse(const char *fileName, KrvJson **json)
 {
     if (fileName == nullptr || json == nullptr) {
-        KRV_DIAG(22, "invaild param");
-        return 22;
+        KRV_DIAG(KRV_ERR_INVALID, "invaild param");
+        return KRV_ERR_INVALID;
     }
-    auto *work = static_cast<FileWork *>(KRV_OsalMemAlloc(sizeof(FileWork)));
+    auto *work = static_cast<FileWork *>(krv::OsalMemAlloc(sizeof(FileWork)));
     if (work == nullptr) {
-        KRV_DIAG(12, "mem alloc failed");
-        return 12;
+        KRV_DIAG(KRV_ERR_NOMEM, "mem alloc failed");
+        return KRV_ERR_NOMEM;
     }
     // A path that does not exist passes the resolution with "" or the part resolved so far left in
     // the buffer; stat then refuses it.
     krv::memset_s(work, sizeof(FileWork), 0, sizeof(FileWork));
     uint32_t status = KRV_RealPath(fileName, work->path);
-    if (status != 0) {
+    if (status != KRV_OK) {
         KRV_DIAG(status, " getRealPath failed, fileName is :%s", fileName);
     } else {
         status = FileRead(work);
     }
-    if (status == 0) {
+    if (status == KRV_OK) {
         status = KRV_JsonParseByString(work->buffer, json);
-        if (status != 0) {
+        if (status != KRV_OK) {
             KRV_DIAG(status, "Json Parse By String failed, fileBuffer :%s", work->buffer);
         }
     }
-    KRV_OsalMemFree(work->buffer);
-    KRV_OsalMemFree(work);
+    krv::OsalMemFree(work->buffer);
+    krv::OsalMemFree(work);
     return status;
 }
 

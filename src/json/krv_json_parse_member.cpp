@@ -3,9 +3,10 @@
 #include <cstring>
 
 #include "json/krv_json_internal.h"
-#include "krv_osal.h"
+#include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "osal/krv_osal_mem.h"
 
 namespace {
 
@@ -50,7 +51,7 @@ bool IndexReserve(NameIndex *index)
     }
     uint32_t capacity = index->capacity == 0 ? kIndexInitialCapacity : index->capacity * 2;
     size_t bytes = static_cast<size_t>(capacity) * sizeof(const char *);
-    auto **slots = static_cast<const char **>(KRV_OsalMemAlloc(bytes));
+    auto **slots = static_cast<const char **>(krv::OsalMemAlloc(bytes));
     if (slots == nullptr) {
         return false;
     }
@@ -61,7 +62,7 @@ bool IndexReserve(NameIndex *index)
             *IndexProbe(&grown, index->slots[i]) = index->slots[i];
         }
     }
-    KRV_OsalMemFree(index->slots);
+    krv::OsalMemFree(index->slots);
     *index = grown;
     return true;
 }
@@ -74,7 +75,7 @@ void IndexInsert(NameIndex *index, const char *name)
         return;
     }
     if (!IndexReserve(index)) {
-        KRV_OsalMemFree(index->slots);
+        krv::OsalMemFree(index->slots);
         *index = {nullptr, 0, 0, true};
         return;
     }
@@ -82,18 +83,34 @@ void IndexInsert(NameIndex *index, const char *name)
     ++index->used;
 }
 
+/* Names the parser wrote are zero-padded to the full buffer, so they are equal exactly when the
+ * buffers are; that compares in a few word loads whatever the names' lengths. */
+bool PaddedKeyEquals(const char *a, const char *b)
+{
+    return std::memcmp(a, b, KRV_JSON_KEY_LEN) == 0;
+}
+
 /* A repeat of the last member and of an earlier one are told apart because they are reported with
- * different texts. */
+ * different texts. With members (the parser's own list) the key and every name are zero-padded;
+ * without, the list is a caller's tree and names are compared as strings. */
 Repeat FindRepeat(const char *key, const KrvJson *object, const MemberList *members)
 {
-    if (members != nullptr && members->index.capacity != 0) {
-        if (std::strcmp(members->tail->item->key, key) == 0) {
+    if (members == nullptr) {
+        for (const KrvJsonChild *link = object->child; link != nullptr; link = link->next) {
+            if (std::strcmp(key, link->item->key) == 0) {
+                return link->next == nullptr ? Repeat::kLast : Repeat::kEarlier;
+            }
+        }
+        return Repeat::kNone;
+    }
+    if (members->index.capacity != 0) {
+        if (PaddedKeyEquals(members->tail->item->key, key)) {
             return Repeat::kLast;
         }
         return *IndexProbe(&members->index, key) != nullptr ? Repeat::kEarlier : Repeat::kNone;
     }
     for (const KrvJsonChild *link = object->child; link != nullptr; link = link->next) {
-        if (std::strcmp(key, link->item->key) == 0) {
+        if (PaddedKeyEquals(key, link->item->key)) {
             return link->next == nullptr ? Repeat::kLast : Repeat::kEarlier;
         }
     }
@@ -125,56 +142,62 @@ void MemberListAppend(MemberList *members, KrvJson *object, KrvJsonChild *link)
 namespace krv {
 namespace json {
 
-/* On failure the child is not linked and stays the caller's; its key may have been overwritten. */
+uint32_t MemberLinkMake(const char *key, KrvJson *child, KrvJsonChild **link)
+{
+    int rc = strcpy_s(child->key, KRV_JSON_KEY_LEN, key);
+    if (rc != 0) {
+        KRV_DIAG(KRV_ERR_FAILED, "strcpys failed str: %s, errorcode: %d", key, rc);
+        return KRV_ERR_FAILED;
+    }
+    *link = ChildInit(child);
+    return *link != nullptr ? KRV_OK : KRV_ERR_NOMEM;
+}
+
+/* On failure the child is not linked and stays the caller's; its key may have been overwritten.
+ * With members, key must be zero-padded to KRV_JSON_KEY_LEN bytes, as the parser keeps it. */
 uint32_t MemberAttach(const char *key, KrvJson *child, KrvJson *object, MemberList *members)
 {
     assert(key != nullptr && child != nullptr && object != nullptr);
-    int rc = strcpy_s(child->key, KRV_JSON_KEY_LEN, key);
-    if (rc != 0) {
-        KRV_DIAG(1, "strcpys failed str: %s, errorcode: %d", key, rc);
-        return 1;
+    KrvJsonChild *link = nullptr;
+    uint32_t status = MemberLinkMake(key, child, &link);
+    if (status != KRV_OK) {
+        return status;
     }
-    KrvJsonChild *link = ChildInit(child);
-    if (link == nullptr) {
-        return 12;
-    }
-    // The member's name equals key byte for byte, so key stands in for it in the texts.
-    switch (FindRepeat(key, object, members)) {
-        case Repeat::kEarlier:
-            KRV_DIAG(1, "key: %s is equal with child'skey: %s", key, key);
-            KRV_OsalMemFree(link);
-            return 1;
-        case Repeat::kLast:
-            KRV_DIAG(1, "key: %s is equal with child's key: %s", key, key);
-            KRV_OsalMemFree(link);
-            return 1;
-        case Repeat::kNone:
-            break;
+    Repeat repeat = FindRepeat(key, object, members);
+    if (repeat != Repeat::kNone) {
+        // The member's name equals key byte for byte, so key stands in for it in the texts.
+        if (repeat == Repeat::kEarlier) {
+            KRV_DIAG(KRV_ERR_FAILED, "key: %s is equal with child'skey: %s", key, key);
+        } else {
+            KRV_DIAG(KRV_ERR_FAILED, "key: %s is equal with child's key: %s", key, key);
+        }
+        krv::OsalMemFree(link);
+        return KRV_ERR_FAILED;
     }
     if (members != nullptr) {
         MemberListAppend(members, object, link);
-        return 0;
+        return KRV_OK;
     }
     KrvJsonChild **end = &object->child;
     while (*end != nullptr) {
         end = &(*end)->next;
     }
     *end = link;
-    return 0;
+    return KRV_OK;
 }
 
 uint32_t ItemAddToObject(const char *key, KrvJson *child, KrvJson *object)
 {
     if (key == nullptr || child == nullptr || object == nullptr) {
-        KRV_DIAG(22, "key is null or json is null or jsonChild is null");
-        return 22;
+        KRV_DIAG(KRV_ERR_INVALID, "key is null or json is null or jsonChild is null");
+        return KRV_ERR_INVALID;
     }
     return MemberAttach(key, child, object, nullptr);
 }
 
 void MemberListFini(MemberList *members)
 {
-    KRV_OsalMemFree(members->index.slots);
+    krv::OsalMemFree(members->index.slots);
     members->index = {nullptr, 0, 0, false};
 }
 

@@ -7,15 +7,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 
 #include "osal/krv_bounded.h"
+#include "osal/krv_osal_mem.h"
 
 namespace {
-
-// Every block carries one header word holding the byte count obtained from malloc.
-constexpr uint64_t kHeaderSize = 8;
-constexpr uint64_t kMaxAllocSize = UINT64_MAX - kHeaderSize;  // 2^64 - 9: size + 8 must not wrap
 
 KrvOsalDumpFunc g_sliceDumpFunc = nullptr;
 int64_t g_pageSize = 0;
@@ -57,23 +53,13 @@ KrvOsalDumpFunc KRV_OsalDlmSliceDumpFuncGet(void)
 /* Returns size bytes behind an 8-byte header word that records size + 8; null for 0 or oversize. */
 void *KRV_OsalMemAlloc(uint64_t size)
 {
-    if (size == 0 || size > kMaxAllocSize) {
-        return nullptr;
-    }
-    auto *block = static_cast<uint64_t *>(std::malloc(size + kHeaderSize));
-    if (block == nullptr) {
-        return nullptr;
-    }
-    block[0] = size + kHeaderSize;
-    return block + 1;
+    return krv::OsalMemAlloc(size);
 }
 
 /* Addresses up to 8 cannot come from KRV_OsalMemAlloc; they are ignored rather than corrupting the heap. */
 void KRV_OsalMemFree(void *ptr)
 {
-    if (reinterpret_cast<uintptr_t>(ptr) > kHeaderSize) {
-        std::free(static_cast<uint64_t *>(ptr) - 1);
-    }
+    krv::OsalMemFree(ptr);
 }
 
 /* Always moves to a new block; on any failure the old block stays valid and owned by the caller. */

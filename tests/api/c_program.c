@@ -82,6 +82,13 @@ int main(void)
     if (KRV_StrlibSpaceDeleteEx(" ab ", 4, out, &trimmed) != KRV_OK || trimmed != 2 || !KRV_StrIsDecDigit("42")) {
         return 12;
     }
+    KrvJson *root = NULL;
+    double number = 0;
+    if (KRV_JsonParseByString("{\"n\": 2.5}", &root) != KRV_OK || KRV_JsonNumberValueGet(root, "n", &number) != KRV_OK ||
+        number != 2.5) {
+        return 13;
+    }
+    KRV_JsonDelete(root);
     puts("c program ok");
     return 0;
 }
