@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs every test in three trees, warnings being errors: a debug build, whose tests also
 # run a second time shuffled and repeated; AddressSanitizer with UndefinedBehaviorSanitizer; and
-# ThreadSanitizer. KRV_TEST_SEED=N replays the shuffled order of an earlier run.
+# ThreadSanitizer; then every fuzz target for a short while. KRV_TEST_SEED=N replays the shuffled
+# order of an earlier run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
@@ -24,4 +25,5 @@ echo "shuffled pass: --gtest_shuffle --gtest_repeat=2 --gtest_random_seed=$seed"
 GTEST_SHUFFLE=1 GTEST_REPEAT=2 GTEST_RANDOM_SEED=$seed ctest --test-dir build --output-on-failure -j "$jobs"
 run_suite build-asan -DKRV_SANITIZE=ON
 run_suite build-tsan -DKRV_SANITIZE_THREAD=ON
+bash scripts/fuzz.sh
 echo "all test passes done in $((SECONDS - started)) s"

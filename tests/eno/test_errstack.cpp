@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <thread>
 #include <tuple>
 #include <vector>
@@ -110,13 +112,24 @@ TEST_F(ErrStack, RecordlessStackReadsEmptyUntilAPushAllocatesIt)
     EXPECT_EQ(0x305u, KRV_EnoLastErrorGet());
 }
 
+// 300 threads at once push, pop and remove their stacks for a while (KRV_SOAK_SECONDS for longer),
+// churning the shared tree: each must only ever see its own codes, newest first.
 TEST_F(ErrStack, ConcurrentThreadsSeeOnlyTheirOwnCodes)
 {
-    std::atomic<unsigned> faults{0};
+    constexpr uint32_t kThreads = 300;
+    const auto runFor = krvtest::SoakDuration(std::chrono::milliseconds(krvtest::kSanitized ? 1000 : 2000));
+    std::atomic<unsigned> faults{0}, ready{0};
+    std::atomic<bool> go{false};
+    std::atomic<uint64_t> operations{0};
+    std::chrono::steady_clock::time_point deadline;
     std::vector<std::thread> threads;
-    for (uint32_t t = 1; t <= 8; ++t) {
-        threads.emplace_back([t, &faults] {
-            for (uint32_t round = 0; round < 1000; ++round) {
+    for (uint32_t t = 1; t <= kThreads; ++t) {
+        threads.emplace_back([t, &faults, &ready, &go, &operations, &deadline] {
+            for (++ready; !go;) {  // all alive at once: distinct ids, a tree of 300
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+            uint64_t done = 0;
+            for (uint32_t round = 0; round == 0 || std::chrono::steady_clock::now() < deadline; ++round) {
                 uint32_t pushes = round % 45 + 1;
                 for (uint32_t i = 1; i <= pushes; ++i) {
                     KRV_EnoErrorWrapperPush(t, 7, i);
@@ -125,16 +138,25 @@ TEST_F(ErrStack, ConcurrentThreadsSeeOnlyTheirOwnCodes)
                     faults += KRV_EnoLastErrorGet() != ((t << 16) | 0x700u | i);
                 }
                 faults += KRV_EnoLastErrorGet() != 0;
+                done += pushes + std::min(pushes, 40u) + 1;
                 if (round % 50 == 49) {
                     KRV_EnoErrorStackRemove(false);  // churn the tree while others use it
                 }
             }
+            operations += done;
         });
     }
+    while (ready < kThreads) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    deadline = std::chrono::steady_clock::now() + runFor;
+    go = true;
     for (std::thread &t : threads) {
         t.join();
     }
     EXPECT_EQ(0u, faults.load());
+    std::printf("error stack: %u threads, %llu pushes and pops in %lld ms\n", kThreads,
+                static_cast<unsigned long long>(operations.load()), static_cast<long long>(runFor.count()));
 }
 
 }  // namespace

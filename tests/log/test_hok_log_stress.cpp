@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "hok_log.h"
+#include "krv_log_ops.h"
 #include "support/krv_test_support.h"
 
 using namespace Hok::Log;
@@ -39,10 +40,12 @@ std::string RingText(const std::string &dir, size_t *files, std::streamoff tailB
 
 // Logs kThreads x kLines lines "t<thread> n<seq>" into a fresh ring, waits for the writer to catch
 // up (lines still queued at FiniLogging are discarded) and checks every line written: its layout,
-// and that none comes twice. Returns written lines + "buffer is full" reports - lines logged.
+// and that none comes twice; every drop is both reported and counted. Returns written lines +
+// dropped lines - lines logged.
 long LogUnderLoad(const std::string &root, uint32_t logSize)
 {
     krvtest::StdoutCapture out;
+    const auto started = std::chrono::steady_clock::now();
     InitLogging("stress", root, logSize, LOG_LEVEL_INFO, LOG_MODE_FILE);
     Logger *logger = CreateLogger("stress", "load test");
     std::vector<std::thread> producers;
@@ -73,14 +76,19 @@ long LogUnderLoad(const std::string &root, uint32_t logSize)
         }
     }
     EXPECT_TRUE(drained);
+    const uint64_t dropped = KRV_LogOpsDropCountGet();
+    const long logged = -balance;
     logger->Destroy();
     FiniLogging();
     krvtest::CloseFilesUnder(root);
     const std::string printed = out.Finish(), text = RingText(root + "/stress", &files);
     EXPECT_LE(files, 3u);
+    uint64_t reported = 0;
     for (size_t at = 0; (at = printed.find("log buf add failed, buffer is full\r\n", at)) != std::string::npos; ++at) {
-        ++balance;
+        ++reported;
     }
+    EXPECT_EQ(reported, dropped);
+    balance += static_cast<long>(dropped);
     EXPECT_TRUE(text.empty() || text.back() == '\n') << "the ring ends in the middle of a line";
     std::vector<bool> seen((kThreads + 1) * kLines, false);
     std::istringstream lines(text);
@@ -95,6 +103,10 @@ long LogUnderLoad(const std::string &root, uint32_t logSize)
         EXPECT_FALSE(seen[thread * kLines + seq]) << "written twice: " << line;
         seen[thread * kLines + seq] = true;
     }
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
+    std::printf("log backend: %d threads, %ld lines logged, %ld in the ring, %llu dropped, in %lld ms (ring of %u bytes)\n",
+                kThreads, logged, balance + logged - static_cast<long>(dropped), static_cast<unsigned long long>(dropped),
+                static_cast<long long>(ms.count()), logSize);
     return balance;
 }
 
@@ -103,6 +115,13 @@ TEST(HokLogStress, LinesStayWholeTheRingSmallAndEveryLineIsWrittenOnceOrReported
     krvtest::TempDir small, large;
     LogUnderLoad(small.Path(), 60000);  // about 260 lines per file: most lines are deleted again
     EXPECT_EQ(LogUnderLoad(large.Path(), 3u * 64u * 1024u * 1024u), 0) << "nothing is ever deleted";
+    // A soak run (KRV_SOAK_SECONDS) repeats both until its time is up.
+    const auto soakEnd = std::chrono::steady_clock::now() + krvtest::SoakDuration(std::chrono::milliseconds(0));
+    while (std::chrono::steady_clock::now() < soakEnd) {
+        krvtest::TempDir again, againLarge;
+        LogUnderLoad(again.Path(), 60000);
+        ASSERT_EQ(LogUnderLoad(againLarge.Path(), 3u * 64u * 1024u * 1024u), 0);
+    }
 }
 
 }  // namespace

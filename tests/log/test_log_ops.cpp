@@ -1,11 +1,7 @@
 // The diagnostic hook, and the file backend without files: configuration checks, reference
 // counting, the module registry, routing by tag, the line format, and allocation failures.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 
-#include <atomic>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -16,26 +12,6 @@
 
 #include "krv_log_ops.h"
 #include "support/krv_test_support.h"
-
-std::atomic<bool> g_refuseThreads{false};
-
-// Present only under the sanitizers, whose runtimes must see every thread start.
-extern "C" int __interceptor_pthread_create(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)
-    __attribute__((weak));
-
-// This binary supplies pthread_create, so that a start can be refused its writer thread.
-extern "C" int pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*run)(void *), void *arg)
-{
-    if (g_refuseThreads) {
-        return EAGAIN;
-    }
-    if (__interceptor_pthread_create != nullptr) {
-        return __interceptor_pthread_create(thread, attr, run, arg);
-    }
-    using Create = int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *);
-    static const Create real = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
-    return real(thread, attr, run, arg);
-}
 
 namespace {
 
@@ -215,9 +191,10 @@ TEST(LogOpsAlloc, EveryFailedAllocationIsUndone)
     }
     EXPECT_GT(skip, 8u) << "the scan and the paths allocate too";
     // The writer thread is the one thing a start needs after opening its file.
-    g_refuseThreads = true;
-    std::string printed = Printed([&] { EXPECT_EQ(1u, KRV_LogOpsInit(&cfg)); });
-    g_refuseThreads = false;
+    std::string printed = Printed([&] {
+        krvtest::ThreadFailure refuse(0);
+        EXPECT_EQ(1u, KRV_LogOpsInit(&cfg));
+    });
     EXPECT_NE(std::string::npos, printed.find("[krv_log_ops]create thread error, err is 11\n")) << printed;
     EXPECT_EQ(1u, krvtest::CloseFilesUnder(app).size()) << "the refused start keeps its file open";
     EXPECT_EQ(descriptors, fds());

@@ -7,6 +7,7 @@
 #include <functional>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "krv_osalsync.h"
 #include "support/krv_test_support.h"
@@ -135,6 +136,43 @@ TEST(OsalSync, AtomicsReturnThePreviousValueAndWrap)
     EXPECT_EQ(7u, KRV_OsalAtomic32TestSet(8, &word));
     EXPECT_EQ(8u, KRV_OsalAtomicInt32TestSet(9, &word));
     EXPECT_EQ(9u, KRV_OsalAtomicGet(&word));
+}
+
+// Four threads contend for one word through every read-modify-write and for one recursive mutex:
+// no update may be lost, and no protected increment may interleave with another.
+TEST(OsalSync, AtomicsAndTheMutexHoldUnderContention)
+{
+    constexpr uint32_t kThreads = 4, kRounds = 20000;
+    uint32_t word = 0, casWord = 0;
+    uint64_t guarded = 0;
+    KrvMutex mutex = nullptr;
+    ASSERT_EQ(0u, KRV_OsalMutexCreate(&mutex));
+    std::vector<std::thread> threads;
+    for (uint32_t t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&] {
+            for (uint32_t i = 0; i < kRounds; ++i) {
+                KRV_OsalAtomicInc(&word);
+                KRV_OsalAtomicAdd(3, &word);
+                KRV_OsalAtomicSub(2, &word);
+                KRV_OsalAtomicDec(&word);
+                for (uint32_t seen = KRV_OsalAtomicGet(&casWord); !KRV_OsalAtomicCas(seen, seen + 1, &casWord);
+                     seen = KRV_OsalAtomicGet(&casWord)) {
+                }
+                KRV_OsalMutexLock(mutex);
+                KRV_OsalMutexLock(mutex);  // recursive
+                guarded = guarded + 1;
+                KRV_OsalMutexUnLock(mutex);
+                KRV_OsalMutexUnLock(mutex);
+            }
+        });
+    }
+    for (std::thread &t : threads) {
+        t.join();
+    }
+    EXPECT_EQ(kThreads * kRounds, KRV_OsalAtomicGet(&word));
+    EXPECT_EQ(kThreads * kRounds, KRV_OsalAtomicGet(&casWord));
+    EXPECT_EQ(uint64_t{kThreads} * kRounds, guarded);
+    EXPECT_EQ(0u, KRV_OsalMutexDestroy(&mutex));
 }
 
 }  // namespace

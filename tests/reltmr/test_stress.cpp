@@ -1,9 +1,11 @@
-// Two application threads and the callbacks themselves start, restart and stop thousands of timers
-// on two pools and a group; afterwards every timer is accounted for.
+// Three application threads and the callbacks themselves start, restart and stop thousands of timers
+// on two pools and a group; afterwards every timer is accounted for. KRV_SOAK_SECONDS repeats the
+// whole run until that time is up.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <random>
 #include <thread>
 
@@ -151,16 +153,16 @@ bool Accounted(uint32_t *stranded)
     return accounted;
 }
 
-TEST(RelTimerStress, EveryTimerIsAccountedForAfterConcurrentChurn)
+void Churn()
 {
     krvtest::DiagCapture diags;  // keeps refused starts off standard output
     Reset();
     ASSERT_EQ(KRV_RelTimerInit(3000, &g_pools[0]), 0u);
     ASSERT_EQ(KRV_RelTimerInit(3000, &g_pools[1]), 0u);
-    ASSERT_EQ(KRV_RelTimerGrpCreate(&g_grp, g_pools[0], 24, GroupFired), 0u);
+    ASSERT_EQ(KRV_RelTimerGrpCreate(&g_grp, g_pools[0], 32, GroupFired), 0u);
     KrvRelTmrFuncInfo driver = {Driver, 0, 0};
     ASSERT_EQ(KRV_CallBackRelTimerStart(&g_driver, g_pools[0], 10, 1, &driver), 0u);
-    Owner apps[2] = {Owner(1, 0), Owner(1, 8)};
+    Owner apps[3] = {Owner(1, 0), Owner(1, 8), Owner(1, 24)};
     // At least 1.5 s and 10,000 timers; a loaded machine gets up to 20 s to reach the count, and the
     // record table's headroom caps a fast one.
     const auto start = std::chrono::steady_clock::now();
@@ -177,10 +179,13 @@ TEST(RelTimerStress, EveryTimerIsAccountedForAfterConcurrentChurn)
     };
     std::thread first(application, &apps[0]);
     std::thread second(application, &apps[1]);
+    std::thread third(application, &apps[2]);
     first.join();
     second.join();
+    third.join();
+    const auto churned = std::chrono::steady_clock::now() - start;
     g_shutdown = true;
-    for (int s = 0; s < 48; ++s) {
+    for (int s = 0; s < 72; ++s) {
         apps[s / 24].Stop(s % 24);
     }
     // A periodic node stopped inside its own call looks stranded until the call returns: count again
@@ -194,8 +199,10 @@ TEST(RelTimerStress, EveryTimerIsAccountedForAfterConcurrentChurn)
     EXPECT_EQ(g_unexpected, 0);
     uint32_t records = g_nextRec;
     EXPECT_GT(records, 10000u);
+    uint64_t calls = 0;
     for (uint32_t id = 0; id < records; ++id) {
         const Record &r = g_rec[id];
+        calls += r.calls;
         ASSERT_LE(r.calls, r.limit) << "record " << id << " ran on after its stop";
         ASSERT_TRUE(r.periodic || r.calls == 1 || (r.cancelled && r.calls == 0)) << "one-shot record " << id;
     }
@@ -215,6 +222,17 @@ TEST(RelTimerStress, EveryTimerIsAccountedForAfterConcurrentChurn)
         krv::reltmr::TmrUnlock(krv::reltmr::Ctrl());
         EXPECT_EQ(KRV_RelTimerFini(g_pools[0]), 0u);
     }
+    std::printf("timers: 3 threads and the callbacks started %u timers in %lld ms, %llu callbacks\n", records,
+                static_cast<long long>(std::chrono::duration_cast<std::chrono::milliseconds>(churned).count()),
+                static_cast<unsigned long long>(calls));
+}
+
+TEST(RelTimerStress, EveryTimerIsAccountedForAfterConcurrentChurn)
+{
+    const auto soakEnd = std::chrono::steady_clock::now() + krvtest::SoakDuration(std::chrono::milliseconds(0));
+    do {
+        Churn();
+    } while (!HasFatalFailure() && std::chrono::steady_clock::now() < soakEnd);
 }
 
 }  // namespace

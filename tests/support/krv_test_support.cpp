@@ -124,6 +124,15 @@ std::vector<std::string> CloseFilesUnder(const std::string &dir)
     return closed;
 }
 
+std::chrono::milliseconds SoakDuration(std::chrono::milliseconds byDefault)
+{
+    const char *soak = std::getenv("KRV_SOAK_SECONDS");
+    if (soak == nullptr || std::atof(soak) <= 0) {
+        return byDefault;
+    }
+    return std::chrono::milliseconds(static_cast<long long>(std::atof(soak) * 1000));
+}
+
 size_t ThreadCount()
 {
     size_t count = 0;

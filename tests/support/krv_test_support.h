@@ -2,6 +2,7 @@
 #ifndef KRV_TEST_SUPPORT_H
 #define KRV_TEST_SUPPORT_H
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -71,6 +72,28 @@ public:
     // Number of allocations refused so far.
     unsigned Failed() const;
 };
+
+// While alive, the calling thread's pthread_create calls after the first `skip` fail with EAGAIN,
+// `count` times in all. Linked like AllocFailure.
+class ThreadFailure {
+public:
+    explicit ThreadFailure(unsigned skip, unsigned count = ~0u);
+    ~ThreadFailure();
+    ThreadFailure(const ThreadFailure &) = delete;
+    ThreadFailure &operator=(const ThreadFailure &) = delete;
+    // Number of thread starts refused so far.
+    unsigned Failed() const;
+};
+
+// Whether this binary runs under AddressSanitizer or ThreadSanitizer, which slow everything down.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+// How long a stress test keeps going: KRV_SOAK_SECONDS when set (a soak run), else byDefault.
+std::chrono::milliseconds SoakDuration(std::chrono::milliseconds byDefault);
 
 // Threads of this process as /proc/self/task lists them. A joined thread can stay listed for a moment,
 // so compare by polling.

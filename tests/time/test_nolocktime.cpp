@@ -1,8 +1,6 @@
 // The lock-free clock through its exported functions, with the real updater thread and CPU tick.
 // The last fini waits for the updater's 5 s sleep, so only one test runs the module's lifecycle.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/time.h>
 
 #include <atomic>
@@ -19,19 +17,6 @@
 #include "krv_nolocktime.h"
 #include "support/krv_test_support.h"
 #include "time/krv_nolocktime_internal.h"
-
-namespace {
-thread_local bool t_refuseThreadCreate = false;  // the next thread created by this thread fails
-}  // namespace
-
-// Defined in the executable, this comes before the C library's for every caller in the process.
-extern "C" int pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*start)(void *),
-                              void *arg) noexcept
-{
-    using Create = int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *);
-    static auto next = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
-    return std::exchange(t_refuseThreadCreate, false) ? EAGAIN : next(thread, attr, start, arg);
-}
 
 namespace {
 
@@ -103,8 +88,10 @@ TEST(NolockTime, FailedInitsReleaseTheCpuTickAndStartNoThread)
     EXPECT_EQ(Take(diags), (Lines{{12, "krv_cputick: [MERILUX-KRV_CpuTickInit]:alloc memory(32) failed"},
                                   {12, "krv_nolocktime: Cpu Tick init failed"}}));
     size_t threads = krvtest::ThreadCount();
-    t_refuseThreadCreate = true;
-    EXPECT_EQ(KRV_NolockTimeInit(), 1u);
+    {
+        krvtest::ThreadFailure refuse(0, 1);
+        EXPECT_EQ(KRV_NolockTimeInit(), 1u);
+    }
     EXPECT_EQ(krvtest::ThreadCount(), threads);
     EXPECT_EQ(KRV_LmtTimeGetNoLock(&date), 124u);
     EXPECT_EQ(KRV_CpuTickBaseGet(&base), 124u);  // the CPU tick was released again

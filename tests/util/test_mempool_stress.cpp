@@ -1,20 +1,19 @@
-// Four threads churn a pool of a few units: no unit may ever be held by two threads at once.
+// Four threads churn a pool of a few units for a while (KRV_SOAK_SECONDS for longer): no unit may
+// ever be held by two threads at once.
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <thread>
 #include <vector>
 
 #include "krv_mempool.h"
+#include "support/krv_test_support.h"
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr unsigned kPairsPerThread = 40000;
-#else
-constexpr unsigned kPairsPerThread = 300000;
-#endif
 constexpr unsigned kThreads = 4;
 constexpr uint32_t kUnitSize = 120;
 constexpr uint32_t kUnits = 4;
@@ -36,9 +35,13 @@ TEST(MemPoolStress, NoUnitIsEverHeldTwice)
         owner = 0;
     }
     std::atomic<unsigned> faults{0};
+    std::atomic<uint64_t> pairs{0};
+    const auto runFor = krvtest::SoakDuration(std::chrono::milliseconds(krvtest::kSanitized ? 1000 : 2000));
+    const auto deadline = std::chrono::steady_clock::now() + runFor;
     auto churn = [&](uint32_t self) {
         std::vector<uint8_t *> held;
-        for (uint32_t round = 0; round < kPairsPerThread; ++round) {
+        uint32_t round = 0;
+        for (; round % 1024 != 0 || std::chrono::steady_clock::now() < deadline; ++round) {
             // Hold up to two units at a time so that releases interleave with other threads' takes.
             auto *unit = static_cast<uint8_t *>(KRV_MemPoolAlloc(pool));
             if (unit != nullptr) {
@@ -65,6 +68,7 @@ TEST(MemPoolStress, NoUnitIsEverHeldTwice)
                 }
             }
         }
+        pairs += round;
         for (uint8_t *back : held) {
             owners[static_cast<size_t>(back - g_region) / kUnitSize] = 0;
             if (KRV_MemPoolFree(pool, back) != 0) {
@@ -81,6 +85,8 @@ TEST(MemPoolStress, NoUnitIsEverHeldTwice)
     }
     EXPECT_EQ(0u, faults.load());
     EXPECT_EQ(kUnits, KRV_MemUnUsedUnitGet(pool));
+    std::printf("memory pool: %u threads, %llu take/release rounds on %u units in %lld ms\n", kThreads,
+                static_cast<unsigned long long>(pairs.load()), kUnits, static_cast<long long>(runFor.count()));
     EXPECT_EQ(0u, KRV_MemPoolFini());
 }
 
