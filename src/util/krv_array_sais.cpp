@@ -1,13 +1,21 @@
-// SA-IS suffix sorting. The byte level reads 16-bit symbols; the reduced strings are 64-bit.
+// SA-IS suffix sorting. The byte level reads the caller's bytes; the reduced strings live in the
+// suffix array's upper part, in the same word type as the array.
 //
 // Empty suffix-array slots hold 0. Position 0 never induces anything (it has no left neighbour), so
 // it may look empty too without harm; every other entry is a position >= 1.
+//
+// Reduced strings come in two encodings. Dense: names 0..k-1, one bucket pointer per name, as the
+// byte level has. Sparse, when names are many: a name is 2 * h + multi, where h is the slot of its
+// bucket's head (the number of smaller symbols in the string) and multi says whether the symbol
+// occurs more than once. A symbol that occurs once needs no bucket pointer at all: its suffix goes
+// straight to slot h. The pointers of the others are indexed by h.
 #include "util/krv_array_sais.h"
 
 #include <sys/types.h>
 
 #include <algorithm>
 #include <cassert>
+#include <type_traits>
 
 #include "krv_osal.h"
 #include "krv_status.h"
@@ -17,47 +25,129 @@ namespace krv::array {
 namespace {
 
 constexpr char kKrvSource[] = "krv_array";
+// Bytes in 0..255 become symbols 1..256, leaving 0 for the sentinel.
+constexpr int64_t kByteAlphabet = 257;
+// Every bucket area is sized in 8-byte words, whatever word type the construction uses inside it.
+constexpr uint64_t kAreaWordBytes = sizeof(int64_t);
 // How many slots ahead of a scan the text it will read is fetched; the induced-sorting passes over
 // a large alphabet fetch in three stages of this distance each (see PrefetchInduce).
 constexpr int64_t kPrefetchAhead = 16;
-// From this many symbols on, the bucket pointers no longer stay in the faster caches.
+// From this many buckets on, the bucket pointers no longer stay in the faster caches.
 constexpr int64_t kLargeAlphabet = int64_t{1} << 16;
-
-using Word = int64_t;
 
 // Prefetches have no side effects the optimiser can see, so an out-of-line helper made only of them
 // counts as pure and its calls are deleted; forced inlining keeps them.
 #define KRV_PREFETCH_INLINE __attribute__((always_inline)) inline
 
-// One level's bucket area: the symbol counts, then the moving bucket pointers.
-struct Buckets {
+// The symbol at position i. The byte level reads the caller's bytes moved up by one; its sentinel
+// (symbol 0 at n-1) lies past them and is never read: the passes below handle it apart. A reduced
+// string holds its names as they are, its sentinel 0 included.
+template <typename Word, typename Sym>
+inline Word At(const Sym *t, Word i)
+{
+    if constexpr (std::is_same_v<Sym, uint8_t>) {
+        return static_cast<Word>(t[i]) + 1;
+    } else {
+        return t[i];
+    }
+}
+
+// The buckets of the byte level and of densely named reduced strings: symbol counts, then the
+// moving bucket pointers, one of each per symbol.
+template <typename Word>
+struct DenseBuckets {
     Word *count;
     Word *ptr;
     Word k;
+
+    // Over a bucket area for a level of n symbols and alphabet size k; counts zeroed.
+    static DenseBuckets Make(Word *area, Word, Word k)
+    {
+        std::fill(area, area + k, 0);
+        return {area, area + k, k};
+    }
+    void Count(Word c) const { ++count[c]; }
+    Word *CountOf(Word c) const { return count + c; }
+    // Points every bucket at its first slot.
+    void SetHeads() const
+    {
+        Word sum = 0;
+        for (Word c = 0; c < k; ++c) {
+            ptr[c] = sum;
+            sum += count[c];
+        }
+    }
+    // Points every bucket one past its last slot.
+    void SetEnds() const
+    {
+        Word sum = 0;
+        for (Word c = 0; c < k; ++c) {
+            sum += count[c];
+            ptr[c] = sum;
+        }
+    }
+    Word NextHead(Word c) const { return ptr[c]++; }
+    Word NextEnd(Word c) const { return --ptr[c]; }
+    // The moving pointer of a symbol that occurs more than once.
+    Word Pointer(Word c) const { return ptr[c]; }
+    // Fetches the pointer, then (once that has arrived) the slot it designates.
+    KRV_PREFETCH_INLINE void PrefetchPointer(const Word *, Word c) const { __builtin_prefetch(ptr + c); }
+    KRV_PREFETCH_INLINE void PrefetchSlot(const Word *sa, Word c) const { __builtin_prefetch(sa + ptr[c], 1); }
 };
 
-// Points every bucket at its first slot.
-void SetBucketHeads(const Buckets &b)
-{
-    Word sum = 0;
-    for (Word c = 0; c < b.k; ++c) {
-        b.ptr[c] = sum;
-        sum += b.count[c];
-    }
-}
+// The buckets of a sparsely named reduced string of n symbols: for each head slot h, the size of its
+// bucket (counted only for symbols that occur more than once) and its moving pointer.
+template <typename Word>
+struct SparseBuckets {
+    Word *size;
+    Word *ptr;
+    Word n;
 
-// Points every bucket one past its last slot.
-void SetBucketEnds(const Buckets &b)
-{
-    Word sum = 0;
-    for (Word c = 0; c < b.k; ++c) {
-        sum += b.count[c];
-        b.ptr[c] = sum;
+    static SparseBuckets Make(Word *area, Word n, Word)
+    {
+        std::fill(area, area + n, 0);
+        return {area, area + n, n};
     }
-}
+    void Count(Word c) const
+    {
+        if (c & 1) {
+            ++size[c >> 1];
+        }
+    }
+    Word *CountOf(Word c) const { return size + (c >> 1); }
+    void SetHeads() const
+    {
+        for (Word h = 0; h < n; ++h) {
+            ptr[h] = h;
+        }
+    }
+    void SetEnds() const
+    {
+        for (Word h = 0; h < n; ++h) {
+            ptr[h] = h + size[h];
+        }
+    }
+    Word NextHead(Word c) const { return (c & 1) ? ptr[c >> 1]++ : c >> 1; }
+    Word NextEnd(Word c) const { return (c & 1) ? --ptr[c >> 1] : c >> 1; }
+    Word Pointer(Word c) const
+    {
+        assert(c & 1);
+        return ptr[c >> 1];
+    }
+    KRV_PREFETCH_INLINE void PrefetchPointer(const Word *sa, Word c) const
+    {
+        __builtin_prefetch((c & 1) ? ptr + (c >> 1) : sa + (c >> 1), 1);
+    }
+    KRV_PREFETCH_INLINE void PrefetchSlot(const Word *sa, Word c) const
+    {
+        if (c & 1) {
+            __builtin_prefetch(sa + ptr[c >> 1], 1);
+        }
+    }
+};
 
 // Starts fetching the text left of the suffix in `slot` (empty or 0: position 0, harmless).
-template <typename Sym>
+template <typename Word, typename Sym>
 KRV_PREFETCH_INLINE void PrefetchLeftOf(const Sym *t, Word slot)
 {
     __builtin_prefetch(t + (slot > 0 ? slot - 1 : 0));
@@ -67,59 +157,64 @@ KRV_PREFETCH_INLINE void PrefetchLeftOf(const Sym *t, Word slot)
 // the text left of the suffix in the farthest; with kLarge, also the bucket pointer that suffix in
 // the middle slot will use, and the slot that pointer (already fetched) designates for the nearest.
 // Entries may still change before the scan gets there; a stale fetch only costs a miss.
-template <bool kLarge, typename Sym>
-KRV_PREFETCH_INLINE void PrefetchInduce(const Sym *t, const Word *sa, const Buckets &b, Word far, Word mid, Word near)
+template <bool kLarge, typename Word, typename Sym, typename Bk>
+KRV_PREFETCH_INLINE void PrefetchInduce(const Sym *t, const Word *sa, const Bk &b, Word far, Word mid, Word near)
 {
     PrefetchLeftOf(t, sa[far]);
     if (kLarge) {
         const Word q = sa[mid];
         if (q > 0) {
-            __builtin_prefetch(b.ptr + t[q - 1]);
+            b.PrefetchPointer(sa, At(t, q - 1));
         }
         const Word r = sa[near];
         if (r > 0) {
-            __builtin_prefetch(sa + b.ptr[t[r - 1]], 1);
+            b.PrefetchSlot(sa, At(t, r - 1));
         }
     }
 }
 
-// Calls fn(p) for every LMS position p (an S-type position whose left neighbour is L-type), from
-// right to left; the sentinel n-1 comes first.
-template <typename Sym, typename Fn>
-void ForEachLmsRightToLeft(const Sym *t, Word n, Fn fn)
+// Writes the LMS positions (S-type, left neighbour L-type) to lms[0..m) in ascending order and
+// returns m. The last is the sentinel n-1: n-2 is larger, hence L-type. The types are worked out
+// from right to left without branches; the byte level never reads the sentinel itself.
+template <typename Word, typename Sym>
+Word FindLms(const Sym *t, Word n, Word *lms)
 {
-    bool rightIsS = true;  // the sentinel is S-type
-    Word right = t[n - 1];
-    for (Word i = n - 2; i >= 0; --i) {
-        const Word c = t[i];
-        const bool isS = c < right || (c == right && rightIsS);
-        if (!isS && rightIsS) {
-            fn(i + 1);
-        }
+    Word m = 0;
+    lms[m++] = n - 1;
+    bool rightIsS = false;  // n-2
+    Word right = At(t, n - 2);
+    for (Word i = n - 3; i >= 0; --i) {
+        const Word c = At(t, i);
+        const bool isS = (c < right) | ((c == right) & rightIsS);
+        lms[m] = i + 1;
+        m += static_cast<Word>(!isS & rightIsS);
         rightIsS = isS;
         right = c;
     }
+    std::reverse(lms, lms + m);
+    return m;
 }
 
 // Left-to-right pass: every L-type suffix goes to the head of its bucket, after the suffix right of
 // it has been passed. An entry p in this pass is LMS or L-type, so p-1 is L-type exactly when
 // t[p-1] >= t[p]. With kDrop, entries that have induced their neighbour are emptied, leaving only
 // the L-type suffixes the S-type pass will need.
-template <bool kDrop, bool kLarge, typename Sym>
-void InduceL(const Sym *t, Word *sa, Word n, const Buckets &b)
+template <bool kDrop, bool kLarge, typename Word, typename Sym, typename Bk>
+void InduceL(const Sym *t, Word *sa, Word n, const Bk &b)
 {
-    SetBucketHeads(b);
+    b.SetHeads();
     // sa[0] is the sentinel, alone in bucket 0; its left neighbour is L-type.
-    sa[b.ptr[t[n - 2]]++] = n - 2;
+    sa[b.NextHead(At(t, n - 2))] = n - 2;
     const Word stages = kLarge ? 3 : 1;
     for (Word i = 1; i < n; ++i) {
-        PrefetchInduce<kLarge>(t, sa, b, std::min(i + stages * kPrefetchAhead, n - 1),
-                               std::min(i + 2 * kPrefetchAhead, n - 1), std::min(i + kPrefetchAhead, n - 1));
+        PrefetchInduce<kLarge>(t, sa, b, std::min<Word>(i + stages * kPrefetchAhead, n - 1),
+                               std::min<Word>(i + 2 * kPrefetchAhead, n - 1),
+                               std::min<Word>(i + kPrefetchAhead, n - 1));
         const Word p = sa[i];
         if (p > 0) {
-            const Word c = t[p - 1];
-            if (c >= t[p]) {
-                sa[b.ptr[c]++] = p - 1;
+            const Word c = At(t, p - 1);
+            if (c >= At(t, p)) {
+                sa[b.NextHead(c)] = p - 1;
                 if (kDrop) {
                     sa[i] = 0;
                 }
@@ -130,22 +225,23 @@ void InduceL(const Sym *t, Word *sa, Word n, const Buckets &b)
 
 // Right-to-left pass: every S-type suffix goes to the end of its bucket. p-1 is S-type when
 // t[p-1] < t[p], or when they are equal and p is S-type; p is S-type exactly when slot i lies in
-// the part of its bucket this pass has already filled. With kDrop, inducing entries are emptied,
-// so only the LMS suffixes remain.
-template <bool kDrop, bool kLarge, typename Sym>
-void InduceS(const Sym *t, Word *sa, Word n, const Buckets &b)
+// the part of its bucket this pass has already filled (equal neighbours share a symbol, which
+// therefore has a pointer). With kDrop, inducing entries are emptied, so only the LMS suffixes
+// remain. The sentinel's slot 0 is never visited.
+template <bool kDrop, bool kLarge, typename Word, typename Sym, typename Bk>
+void InduceS(const Sym *t, Word *sa, Word n, const Bk &b)
 {
-    SetBucketEnds(b);
+    b.SetEnds();
     const Word stages = kLarge ? 3 : 1;
     for (Word i = n - 1; i > 0; --i) {
         PrefetchInduce<kLarge>(t, sa, b, std::max<Word>(i - stages * kPrefetchAhead, 0),
                                std::max<Word>(i - 2 * kPrefetchAhead, 0), std::max<Word>(i - kPrefetchAhead, 0));
         const Word p = sa[i];
         if (p > 0) {
-            const Word c = t[p - 1];
-            const Word right = t[p];
-            if (c < right || (c == right && i >= b.ptr[right])) {
-                sa[--b.ptr[c]] = p - 1;
+            const Word c = At(t, p - 1);
+            const Word right = At(t, p);
+            if (c < right || (c == right && i >= b.Pointer(right))) {
+                sa[b.NextEnd(c)] = p - 1;
                 if (kDrop) {
                     sa[i] = 0;
                 }
@@ -154,32 +250,30 @@ void InduceS(const Sym *t, Word *sa, Word n, const Buckets &b)
     }
 }
 
-// Sorts the LMS substrings: LMS positions at their bucket ends, then both induced passes. Leaves
-// the m LMS positions in substring order in sa[0..m) and returns m.
-template <bool kLarge, typename Sym>
-Word SortLmsSubstrings(const Sym *t, Word *sa, Word n, const Buckets &b)
+// Sorts the LMS substrings: the m LMS positions lms[0..m) at their bucket ends, then both induced
+// passes. Leaves the LMS positions in substring order in sa[0..m).
+template <bool kLarge, typename Word, typename Sym, typename Bk>
+void SortLmsSubstrings(const Sym *t, Word *sa, Word n, const Word *lms, Word m, const Bk &b)
 {
-    SetBucketEnds(b);
+    b.SetEnds();
     std::fill(sa, sa + n, 0);
-    Word m = 0;
-    ForEachLmsRightToLeft(t, n, [&](Word p) {
-        sa[--b.ptr[t[p]]] = p;
-        ++m;
-    });
+    sa[0] = n - 1;  // the sentinel, alone in bucket 0
+    for (Word j = m - 2; j >= 0; --j) {
+        sa[b.NextEnd(At(t, lms[j]))] = lms[j];
+    }
     InduceL<true, kLarge>(t, sa, n, b);
     InduceS<true, kLarge>(t, sa, n, b);
     Word kept = 0;
     for (Word i = 0; i < n; ++i) {
-        if (sa[i] > 0) {
-            sa[kept++] = sa[i];
-        }
+        const Word p = sa[i];
+        sa[kept] = p;
+        kept += static_cast<Word>(p > 0);
     }
     assert(kept == m);
-    return m;
 }
 
 // Whether a[0..len) equals b[0..len). Substrings are short, so a plain loop beats a library call.
-template <typename Sym>
+template <typename Word, typename Sym>
 bool SameSymbols(const Sym *a, const Sym *b, Word len)
 {
     for (Word i = 0; i < len; ++i) {
@@ -190,23 +284,31 @@ bool SameSymbols(const Sym *a, const Sym *b, Word len)
     return true;
 }
 
-// Names the sorted LMS substrings in sa[0..m) (equal neighbours share a name) and writes the reduced
-// string, the names in text order, to sa[n-m..n). Returns the number of names.
-template <typename Sym>
-Word NameLmsSubstrings(const Sym *t, Word *sa, Word n, Word m)
+// Names the LMS substrings, sorted in sa[0..m), and writes the reduced string (the names of lms[],
+// in text order) to sa[n-m..n), sparsely encoded: 2 * h + multi, h the sorted index of the first
+// substring equal to this one. sa[0..m) is left as it was. Returns the number of distinct substrings.
+template <typename Word, typename Sym>
+Word NameLmsSubstrings(const Sym *t, Word *sa, Word n, const Word *lms, Word m)
 {
-    // LMS positions are at least two apart, so p/2 gives each its own slot above sa[0..m).
+    // LMS positions are at least two apart, so p/2 gives each its own slot above sa[0..m). Each
+    // substring runs to the next LMS position, inclusive. The sentinel's (length 1) and the one
+    // ending at it are unique, so the latter gets a length no other can have (n) and is never
+    // compared symbol by symbol: the byte level cannot read the sentinel.
     Word *slot = sa + m;
-    std::fill(slot, sa + n, 0);
-    Word right = n - 1;
-    ForEachLmsRightToLeft(t, n, [&](Word p) {
-        slot[p / 2] = right - p + 1;  // its substring runs to the next LMS position, inclusive
-        right = p;
-    });
-    // Equal lengths and symbols mean equal types too: both substrings end in an LMS position.
+    for (Word j = 0; j + 2 < m; ++j) {
+        slot[lms[j] / 2] = lms[j + 1] - lms[j] + 1;
+    }
+    if (m >= 2) {
+        slot[lms[m - 2] / 2] = n;
+    }
+    slot[(n - 1) / 2] = 1;
+    // Equal lengths and symbols mean equal types too: both substrings end in an LMS position. A
+    // substring's code is written once the next one is known: it is multi if it equals either.
     Word names = 0;
+    Word head = 0;
     Word prev = 0;
     Word prevLen = 0;
+    bool prevSame = false;
     for (Word i = 0; i < m; ++i) {
         if (i + kPrefetchAhead < m) {
             const Word ahead = sa[i + kPrefetchAhead];
@@ -215,99 +317,148 @@ Word NameLmsSubstrings(const Sym *t, Word *sa, Word n, Word m)
         }
         const Word p = sa[i];
         const Word len = slot[p / 2];
-        if (len != prevLen || !SameSymbols(t + p, t + prev, len)) {
+        const bool same = len == prevLen && SameSymbols(t + p, t + prev, len);
+        if (i > 0) {
+            slot[prev / 2] = 2 * head + static_cast<Word>(prevSame | same);
+        }
+        if (!same) {
             ++names;
-            prev = p;
-            prevLen = len;
+            head = i;
         }
-        slot[p / 2] = names;  // one-based here: 0 still marks an empty slot
+        prev = p;
+        prevLen = len;
+        prevSame = same;
     }
-    Word top = n;
-    for (Word j = m + (n - 1) / 2; j >= m; --j) {
-        if (sa[j] != 0) {
-            sa[--top] = sa[j] - 1;
-        }
+    slot[prev / 2] = 2 * head + static_cast<Word>(prevSame);
+    // Gathered from the top down: each write lands at or above every slot still to be read.
+    Word *reduced = sa + n - m;
+    for (Word j = m - 1; j >= 0; --j) {
+        reduced[j] = slot[lms[j] / 2];
     }
-    assert(top == n - m);
     return names;
 }
 
-// Puts the m LMS suffixes of sa[0..m), in their final order, at the ends of their buckets and
-// induces the whole suffix array from them.
-template <bool kLarge, typename Sym>
-void InduceFromSortedLms(const Sym *t, Word *sa, Word n, Word m, const Buckets &b)
+// Turns the sparse reduced string in sa[n-m..n) dense: each head h becomes the number of distinct
+// heads below it. Uses sa[0..m) as the table; few names keep its touched lines cached.
+template <typename Word>
+void MakeDense(Word *sa, Word n, Word m)
 {
-    SetBucketEnds(b);
+    Word *reduced = sa + n - m;
+    std::fill(sa, sa + m, 0);
+    for (Word j = 0; j < m; ++j) {
+        sa[reduced[j] >> 1] = 1;
+    }
+    Word names = 0;
+    for (Word h = 0; h < m; ++h) {
+        const Word isHead = sa[h];
+        sa[h] = names;
+        names += isHead;
+    }
+    for (Word j = 0; j < m; ++j) {
+        reduced[j] = sa[reduced[j] >> 1];
+    }
+}
+
+// Puts the m LMS suffixes, sorted in sa[0..m), at the ends of their buckets, last first: every
+// target slot lies at or above the entry it comes from. The entries are positions, or with lms
+// their indices in lms[]. The rest of sa is emptied; the sentinel stays in slot 0.
+template <typename Word, typename Sym, typename Bk>
+void PlaceSortedLms(const Sym *t, Word *sa, Word n, Word m, const Bk &b, const Word *lms)
+{
+    assert((lms != nullptr ? lms[sa[0]] : sa[0]) == n - 1);
+    b.SetEnds();
     std::fill(sa + m, sa + n, 0);
-    for (Word i = m - 1; i >= 0; --i) {
-        if (i >= kPrefetchAhead) {
+    for (Word i = m - 1; i > 0; --i) {
+        if (lms != nullptr) {
+            if (i >= 2 * kPrefetchAhead) {
+                __builtin_prefetch(lms + sa[i - 2 * kPrefetchAhead]);
+            }
+            if (i >= kPrefetchAhead) {
+                __builtin_prefetch(t + lms[sa[i - kPrefetchAhead]]);
+            }
+        } else if (i >= kPrefetchAhead) {
             __builtin_prefetch(t + sa[i - kPrefetchAhead]);
         }
-        const Word p = sa[i];
+        const Word p = lms != nullptr ? lms[sa[i]] : sa[i];
         sa[i] = 0;
-        sa[--b.ptr[t[p]]] = p;
+        sa[b.NextEnd(At(t, p))] = p;
     }
-    InduceL<false, kLarge>(t, sa, n, b);
-    InduceS<false, kLarge>(t, sa, n, b);
+    sa[0] = n - 1;
 }
 
-template <bool kLarge, typename Sym>
-uint32_t Build(const Sym *t, Word *sa, Word n, Word k);
+template <typename Word, typename Sym, typename Bk, bool kLarge>
+uint32_t Build(const Sym *t, Word *sa, Word n, Word k, Word *scratch);
 
-// Runs Build with the prefetching that suits the alphabet size.
-template <typename Sym>
-uint32_t BuildFor(const Sym *t, Word *sa, Word n, Word k)
+// Sorts the suffixes of a reduced string (m symbols in sa[n-m..n), sparsely encoded, `names` of
+// them distinct) into sa[0..m). A string whose bucket area (2 * names 8-byte words) cannot hold
+// its two sparse arrays of m words is turned dense first: its names are then few (at most half of
+// m with 32-bit words), so dense pointers serve it well.
+template <typename Word>
+uint32_t BuildReduced(Word *sa, Word n, Word m, Word names, Word *scratch)
 {
-    return k >= kLargeAlphabet ? Build<true>(t, sa, n, k) : Build<false>(t, sa, n, k);
+    Word *reduced = sa + n - m;
+    if (2 * static_cast<uint64_t>(m) * sizeof(Word) > 2 * static_cast<uint64_t>(names) * kAreaWordBytes) {
+        MakeDense(sa, n, m);
+        return names >= kLargeAlphabet
+                   ? Build<Word, Word, DenseBuckets<Word>, true>(reduced, sa, m, names, scratch)
+                   : Build<Word, Word, DenseBuckets<Word>, false>(reduced, sa, m, names, scratch);
+    }
+    return m >= kLargeAlphabet ? Build<Word, Word, SparseBuckets<Word>, true>(reduced, sa, m, names, scratch)
+                               : Build<Word, Word, SparseBuckets<Word>, false>(reduced, sa, m, names, scratch);
 }
 
-template <bool kLarge, typename Sym>
-uint32_t Build(const Sym *t, Word *sa, Word n, Word k)
+// One level of the construction on t[0..n) (alphabet size k: the bucket area's size) into sa[0..n).
+// `scratch` holds this level's LMS positions, then those of the levels below (at most n in all).
+template <typename Word, typename Sym, typename Bk, bool kLarge>
+uint32_t Build(const Sym *t, Word *sa, Word n, Word k, Word *scratch)
 {
-    assert(n >= 2 && t[n - 1] == 0);
-    auto *area = static_cast<Word *>(KRV_OsalMemAlloc(2 * static_cast<uint64_t>(k) * sizeof(Word)));
+    assert(n >= 2);
+    auto *area = static_cast<Word *>(KRV_OsalMemAlloc(2 * static_cast<uint64_t>(k) * kAreaWordBytes));
     if (area == nullptr) {
-        KRV_DIAG(KRV_ERR_NOMEM, "malloc error, size is %zd", static_cast<ssize_t>(2 * k));
+        KRV_DIAG(KRV_ERR_NOMEM, "malloc error, size is %zd", static_cast<ssize_t>(2 * static_cast<int64_t>(k)));
         return KRV_ERR_NOMEM;
     }
-    const Buckets b = {area, area + k, k};
-    std::fill(b.count, b.count + k, 0);
-    for (Word i = 0; i < n; ++i) {
-        if (kLarge && i + kPrefetchAhead < n) {
-            __builtin_prefetch(b.count + t[i + kPrefetchAhead], 1);
+    const Bk b = Bk::Make(area, n, k);
+    b.Count(0);  // the sentinel
+    for (Word i = 0; i < n - 1; ++i) {
+        if (kLarge && i + kPrefetchAhead < n - 1) {
+            __builtin_prefetch(b.CountOf(At(t, i + kPrefetchAhead)), 1);
         }
-        ++b.count[t[i]];
+        b.Count(At(t, i));
     }
-    const Word m = SortLmsSubstrings<kLarge>(t, sa, n, b);
-    const Word names = NameLmsSubstrings(t, sa, n, m);
+    Word *lms = scratch;
+    const Word m = FindLms(t, n, lms);
+    SortLmsSubstrings<kLarge>(t, sa, n, lms, m, b);
+    const Word names = NameLmsSubstrings(t, sa, n, lms, m);
     if (names < m) {
-        // Sort the reduced string; its suffix order is the order of the LMS suffixes.
-        const Word *reduced = sa + n - m;
-        const uint32_t status = BuildFor(reduced, sa, m, names);
+        // Sort the reduced string; its suffix order is the order of the LMS suffixes. It leaves
+        // their indices in lms[] in sa[0..m): put the positions at the ends of their buckets.
+        const uint32_t status = BuildReduced(sa, n, m, names, scratch + m);
         if (status != KRV_OK) {
             KRV_OsalMemFree(area);
             return status;
         }
-        Word *positions = sa + n - m;  // the reduced string is no longer needed
-        Word top = n;
-        ForEachLmsRightToLeft(t, n, [&](Word p) { sa[--top] = p; });
-        for (Word i = 0; i < m; ++i) {
-            if (i + kPrefetchAhead < m) {
-                __builtin_prefetch(positions + sa[i + kPrefetchAhead]);
-            }
-            sa[i] = positions[sa[i]];
-        }
+        PlaceSortedLms(t, sa, n, m, b, lms);
+    } else {
+        // Every substring is distinct, so sorting them sorted the suffixes.
+        PlaceSortedLms<Word>(t, sa, n, m, b, nullptr);
     }
-    InduceFromSortedLms<kLarge>(t, sa, n, m, b);
+    InduceL<false, kLarge>(t, sa, n, b);
+    InduceS<false, kLarge>(t, sa, n, b);
     KRV_OsalMemFree(area);
     return KRV_OK;
 }
 
 }  // namespace
 
-uint32_t SaisBuild(const uint16_t *t, int64_t *sa, int64_t n, int64_t k)
+template <typename Word>
+uint32_t SaisBuild(const uint8_t *bytes, Word len, Word *sa)
 {
-    return BuildFor(t, sa, n, k);
+    const Word n = len + 1;
+    return Build<Word, uint8_t, DenseBuckets<Word>, false>(bytes, sa, n, static_cast<Word>(kByteAlphabet), sa + n);
 }
+
+template uint32_t SaisBuild<int32_t>(const uint8_t *bytes, int32_t len, int32_t *sa);
+template uint32_t SaisBuild<int64_t>(const uint8_t *bytes, int64_t len, int64_t *sa);
 
 }  // namespace krv::array
