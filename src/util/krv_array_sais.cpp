@@ -40,7 +40,7 @@ bool SameSymbols(const Sym *a, const Sym *b, Word len)
 }
 
 // What naming found: distinct substrings, substrings equal to no other, and distinct substrings
-// that occur more than once.
+// that occur more than once (`repeated` groups of equal neighbours in sorted order).
 template <typename Word>
 struct NameCounts {
     Word names;
@@ -50,7 +50,9 @@ struct NameCounts {
 
 // Names the LMS substrings, sorted in sa[0..m), and writes the reduced string (the names of lms[],
 // in text order) to sa[n-m..n), sparsely encoded: 2 * h + repeated, h the sorted index of the first
-// substring equal to this one. sa[0..m) is left as it was.
+// substring equal to this one. For each group of equal substrings, in order, its first index and one
+// past its last go to sa[0..2 * repeated): the bucket bounds of the repeated symbols. The rest of
+// sa[0..m) is left as it was (all of it when every substring differs).
 template <typename Word, typename Sym>
 NameCounts<Word> NameLmsSubstrings(const Sym *t, Word *sa, Word n, const Word *lms, Word m)
 {
@@ -66,18 +68,23 @@ NameCounts<Word> NameLmsSubstrings(const Sym *t, Word *sa, Word n, const Word *l
         slot[lms[m - 2] / 2] = n;
     }
     slot[(n - 1) / 2] = 1;
-    // Equal lengths and symbols mean equal types too: both substrings end in an LMS position. A
-    // substring's code is written once the next one is known: it is repeated if it equals either.
+    // Equal lengths and symbols mean equal types too: both substrings end in an LMS position.
     NameCounts<Word> counts = {0, 0, 0};
     Word head = 0;
     Word prev = 0;
     Word prevLen = 0;
     bool prevSame = false;
-    const auto finish = [&](bool nextSame) {
+    // Substring i-1 gets its code once substring i is known: it is repeated if it equals either. A
+    // group's bounds are written when it ends; by then the scan has read their slots.
+    const auto finish = [&](Word i, bool nextSame) {
         const bool repeated = prevSame || nextSame;
         slot[prev / 2] = 2 * head + static_cast<Word>(repeated);
         counts.unique += static_cast<Word>(!repeated);
-        counts.repeated += static_cast<Word>(nextSame && !prevSame);
+        if (prevSame && !nextSame) {
+            sa[2 * counts.repeated] = head;
+            sa[2 * counts.repeated + 1] = i;
+            ++counts.repeated;
+        }
     };
     for (Word i = 0; i < m; ++i) {
         if (i + kPrefetchAhead < m) {
@@ -89,7 +96,7 @@ NameCounts<Word> NameLmsSubstrings(const Sym *t, Word *sa, Word n, const Word *l
         const Word len = slot[p / 2];
         const bool same = len == prevLen && SameSymbols(t + p, t + prev, len);
         if (i > 0) {
-            finish(same);
+            finish(i, same);
         }
         if (!same) {
             ++counts.names;
@@ -99,7 +106,7 @@ NameCounts<Word> NameLmsSubstrings(const Sym *t, Word *sa, Word n, const Word *l
         prevLen = len;
         prevSame = same;
     }
-    finish(false);
+    finish(m, false);
     // Gathered from the top down: each write lands at or above every slot still to be read.
     Word *reduced = sa + n - m;
     for (Word j = m - 1; j >= 0; --j) {
@@ -210,7 +217,7 @@ uint32_t BuildSparse(const Word *t, Word *sa, Word n, NameCounts<Word> counts, W
     if (area == nullptr) {
         return KRV_ERR_NOMEM;
     }
-    const SparseBuckets<Word> b = SparseBuckets<Word>::Make(area, t, n, counts.repeated);
+    const SparseBuckets<Word> b = SparseBuckets<Word>::Make(area, sa, n, counts.repeated);
     Word *lms = scratch;
     const Word m = FindLms(t, n, lms);
     SparseSortLmsSubstrings(t, sa, n, lms, m, b);

@@ -3,7 +3,7 @@
 // symbols in the string), `repeated` set when it occurs more than once. A suffix whose symbol occurs
 // once has its slot from the start, and an entry whose left neighbour is such a suffix has nothing
 // to induce: the passes look only at "active" entries, whose left neighbour's symbol is repeated.
-// Only repeated symbols have bucket pointers, indexed by their rank among repeated symbols.
+// Only repeated symbols have bucket pointers.
 #ifndef KRV_ARRAY_SPARSE_H
 #define KRV_ARRAY_SPARSE_H
 
@@ -22,81 +22,49 @@ inline constexpr Word kActive = kPositionBits<Word> / 2 + 1;
 template <typename Word>
 inline constexpr Word kFlags = kActive<Word> | kLeftIsS<Word>;
 
-// The bits set in x (no call into the runtime on processors without a population-count instruction).
-inline uint32_t BitCount(uint64_t x)
-{
-    x -= (x >> 1) & 0x5555555555555555u;
-    x = (x & 0x3333333333333333u) + ((x >> 2) & 0x3333333333333333u);
-    x = (x + (x >> 4)) & 0x0f0f0f0f0f0f0f0fu;
-    return static_cast<uint32_t>((x * 0x0101010101010101u) >> 56);
-}
-
-// The buckets of the repeated symbols: a bitmap of their heads with the count below each of its
-// 64-bit words, which ranks a head, and per rank the bucket's head, its end and its moving pointer.
-// The area also lends a bitmap of the LMS positions to the sorting of the LMS substrings.
+// The buckets of the repeated symbols: a moving pointer per head slot (only repeated symbols' heads
+// are used: one dependent read from symbol to slot), and the head and end of each repeated symbol's
+// bucket, in order, to reset the pointers from. The area also lends a bitmap of the LMS positions
+// to the sorting of the LMS substrings.
 template <typename Word>
 struct SparseBuckets {
-    uint64_t *repeated;
     uint64_t *lmsBits;
-    Word *below;
-    Word *first;
-    Word *end;
     Word *ptr;
+    Word *bounds;
     Word groups;
 
     // Bytes of the arrays for a string of n symbols of which `groups` distinct ones are repeated.
     static uint64_t AreaBytes(Word n, Word groups)
     {
-        const uint64_t words = static_cast<uint64_t>(n) / 64 + 1;
-        return words * (2 * sizeof(uint64_t) + sizeof(Word)) + 3 * static_cast<uint64_t>(groups) * sizeof(Word);
+        return (static_cast<uint64_t>(n) / 64 + 1) * sizeof(uint64_t) +
+               (static_cast<uint64_t>(n) + 2 * static_cast<uint64_t>(groups)) * sizeof(Word);
     }
 
-    // Lays the arrays out in `area` (AreaBytes long) and fills them from t[0..n).
-    static SparseBuckets Make(void *area, const Word *t, Word n, Word groups)
+    // Lays the arrays out in `area` (AreaBytes long) and takes the bounds, head then end for each
+    // repeated symbol in order, from bounds[0..2 * groups) (naming leaves them at the start of what
+    // becomes this level's suffix array).
+    static SparseBuckets Make(void *area, const Word *bounds, Word n, Word groups)
     {
-        const Word words = n / 64 + 1;
         SparseBuckets b;
-        b.repeated = static_cast<uint64_t *>(area);
-        b.lmsBits = b.repeated + words;
-        b.below = reinterpret_cast<Word *>(b.lmsBits + words);
-        b.first = b.below + words;
-        b.end = b.first + groups;
-        b.ptr = b.end + groups;
+        b.lmsBits = static_cast<uint64_t *>(area);
+        b.ptr = reinterpret_cast<Word *>(b.lmsBits + n / 64 + 1);
+        b.bounds = b.ptr + n;
         b.groups = groups;
-        std::fill(b.repeated, b.repeated + words, 0);
-        for (Word i = 0; i < n; ++i) {
-            const Word c = t[i];
-            if (c & 1) {
-                b.repeated[(c >> 1) / 64] |= uint64_t{1} << ((c >> 1) % 64);
-            }
-        }
-        Word rank = 0;
-        for (Word w = 0; w < words; ++w) {
-            b.below[w] = rank;
-            for (uint64_t bits = b.repeated[w]; bits != 0; bits &= bits - 1) {
-                b.first[rank++] = w * 64 + __builtin_ctzll(bits);
-            }
-        }
-        assert(rank == groups);
-        std::fill(b.end, b.end + groups, 0);
-        for (Word i = 0; i < n; ++i) {
-            if (t[i] & 1) {
-                ++b.end[b.Rank(t[i])];
-            }
-        }
-        for (Word r = 0; r < groups; ++r) {
-            b.end[r] += b.first[r];
-        }
+        std::copy(bounds, bounds + 2 * groups, b.bounds);
         return b;
     }
-    // The rank of repeated symbol c among the repeated symbols.
-    Word Rank(Word c) const
+    void SetHeads() const
     {
-        const Word h = c >> 1;
-        return below[h / 64] + static_cast<Word>(BitCount(repeated[h / 64] & ((uint64_t{1} << (h % 64)) - 1)));
+        for (Word g = 0; g < groups; ++g) {
+            ptr[bounds[2 * g]] = bounds[2 * g];
+        }
     }
-    void SetHeads() const { std::copy(first, first + groups, ptr); }
-    void SetEnds() const { std::copy(end, end + groups, ptr); }
+    void SetEnds() const
+    {
+        for (Word g = 0; g < groups; ++g) {
+            ptr[bounds[2 * g]] = bounds[2 * g + 1];
+        }
+    }
 };
 
 // The entry for position q, given whether q-1 is S-type.
@@ -142,15 +110,16 @@ KRV_PREFETCH_INLINE void PrefetchSparse(const Word *t, const Word *sa, const Spa
 {
     const Word f = sa[far];
     if ((f & kFlags<Word>) == flags) {
-        __builtin_prefetch(t + (f & (kActive<Word> - 1)) - 2);
+        const Word p = f & (kActive<Word> - 1);
+        __builtin_prefetch(t + (p > 1 ? p - 2 : 0));
     }
     const Word q = sa[mid];
     if ((q & kFlags<Word>) == flags) {
-        __builtin_prefetch(b.ptr + b.Rank(t[(q & (kActive<Word> - 1)) - 1]));
+        __builtin_prefetch(b.ptr + (t[(q & (kActive<Word> - 1)) - 1] >> 1));
     }
     const Word r = sa[near];
     if ((r & kFlags<Word>) == flags) {
-        __builtin_prefetch(sa + b.ptr[b.Rank(t[(r & (kActive<Word> - 1)) - 1])], 1);
+        __builtin_prefetch(sa + b.ptr[t[(r & (kActive<Word> - 1)) - 1] >> 1], 1);
     }
 }
 
@@ -168,7 +137,7 @@ void SparseInduceL(const Word *t, Word *sa, Word n, const SparseBuckets<Word> &b
         if ((v & kFlags<Word>) == kActive<Word>) {
             const Word q = (v & (kActive<Word> - 1)) - 1;  // L-type: q-1 is S-type when smaller
             const Word c = t[q];
-            sa[b.ptr[b.Rank(c)]++] = SparseEntry(t, q, q > 0 && t[q - 1] < c);
+            sa[b.ptr[c >> 1]++] = SparseEntry(t, q, q > 0 && t[q - 1] < c);
         }
     }
 }
@@ -186,18 +155,43 @@ void SparseInduceS(const Word *t, Word *sa, Word n, const SparseBuckets<Word> &b
         if ((v & kFlags<Word>) == kFlags<Word>) {
             const Word q = (v & (kActive<Word> - 1)) - 1;  // S-type: q-1 is S-type when not larger
             const Word c = t[q];
-            sa[--b.ptr[b.Rank(c)]] = SparseEntry(t, q, q > 0 && t[q - 1] <= c);
+            sa[--b.ptr[c >> 1]] = SparseEntry(t, q, q > 0 && t[q - 1] <= c);
         }
     }
 }
 
-// Puts an LMS position whose symbol is repeated at the end of its bucket (p-1 is L-type).
+// Puts the LMS positions of src[0..m) whose symbols are repeated at the ends of their buckets, last
+// first (their left neighbours are L-type: no kLeftIsS), fetching ahead the symbol, the bucket
+// pointer and the slot each needs. With src == sa, every entry is emptied once read: its target slot
+// lies at or above it.
 template <typename Word>
-inline void PlaceRepeatedLms(const Word *t, Word *sa, const SparseBuckets<Word> &b, Word p)
+void PlaceRepeatedLms(const Word *t, Word *sa, const Word *src, Word m, const SparseBuckets<Word> &b)
 {
-    const Word c = t[p];
-    if (c & 1) {
-        sa[--b.ptr[b.Rank(c)]] = SparseEntry(t, p, false);
+    b.SetEnds();
+    for (Word i = m - 1; i >= 0; --i) {
+        if (i >= 3 * kPrefetchAhead) {
+            __builtin_prefetch(t + src[i - 3 * kPrefetchAhead]);
+        }
+        if (i >= 2 * kPrefetchAhead) {
+            const Word c = t[src[i - 2 * kPrefetchAhead]];
+            if (c & 1) {
+                __builtin_prefetch(b.ptr + (c >> 1));
+            }
+        }
+        if (i >= kPrefetchAhead) {
+            const Word c = t[src[i - kPrefetchAhead]];
+            if (c & 1) {
+                __builtin_prefetch(sa + b.ptr[c >> 1] - 1, 1);
+            }
+        }
+        const Word p = src[i];
+        if (src == sa) {
+            sa[i] = 0;
+        }
+        const Word c = t[p];
+        if (c & 1) {
+            sa[--b.ptr[c >> 1]] = SparseEntry(t, p, false);
+        }
     }
 }
 
@@ -210,10 +204,7 @@ void SparseSortLmsSubstrings(const Word *t, Word *sa, Word n, const Word *lms, W
     uint64_t *bits = b.lmsBits;
     std::fill(sa, sa + n, 0);
     PlaceUnique(t, sa, n);
-    b.SetEnds();
-    for (Word j = m - 1; j >= 0; --j) {
-        PlaceRepeatedLms(t, sa, b, lms[j]);
-    }
+    PlaceRepeatedLms(t, sa, lms, m, b);
     SparseInduceL(t, sa, n, b);
     SparseInduceS(t, sa, n, b);
     std::fill(bits, bits + n / 64 + 1, 0);
@@ -234,13 +225,16 @@ void SparseSortLmsSubstrings(const Word *t, Word *sa, Word n, const Word *lms, W
 template <typename Word>
 void SparseInduceFromSortedLms(const Word *t, Word *sa, Word n, Word m, const SparseBuckets<Word> &b, const Word *lms)
 {
-    b.SetEnds();
-    std::fill(sa + m, sa + n, 0);
-    for (Word i = m - 1; i >= 0; --i) {
-        const Word p = lms != nullptr ? lms[sa[i]] : sa[i];
-        sa[i] = 0;
-        PlaceRepeatedLms(t, sa, b, p);
+    if (lms != nullptr) {
+        for (Word i = 0; i < m; ++i) {
+            if (i + kPrefetchAhead < m) {
+                __builtin_prefetch(lms + sa[i + kPrefetchAhead]);
+            }
+            sa[i] = lms[sa[i]];
+        }
     }
+    std::fill(sa + m, sa + n, 0);
+    PlaceRepeatedLms(t, sa, sa, m, b);
     PlaceUnique(t, sa, n);
     SparseInduceL(t, sa, n, b);
     SparseInduceS(t, sa, n, b);
