@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cstdint>
+#include <type_traits>
 
 #include "util/krv_array_symbols.h"
 
@@ -154,30 +155,49 @@ void SortLmsSubstrings(const Sym *t, Word *sa, Word n, const Word *lms, Word m, 
     assert(kept == m);
 }
 
-// Puts the m LMS suffixes, sorted in sa[0..m), at the ends of their buckets, last first: every
-// target slot lies at or above the entry it comes from. The entries are positions, or with lms
-// their indices in lms[]. The rest of sa is emptied; the sentinel stays in slot 0. Then induces
-// the whole suffix array from them.
+// Puts the m LMS suffixes (lms[] in text order), sorted in sa[0..m) as positions or, if ranked, as
+// indices in lms[], at the ends of their buckets, last first: every target slot lies at or above the
+// entry it comes from. The rest of sa is emptied; the sentinel stays in slot 0. Then induces the
+// whole suffix array from them.
 template <bool kLarge, typename Word, typename Sym>
-void InduceFromSortedLms(const Sym *t, Word *sa, Word n, Word m, const DenseBuckets<Word> &b, const Word *lms)
+void InduceFromSortedLms(const Sym *t, Word *sa, Word n, const Word *lms, Word m, bool ranked,
+                         const DenseBuckets<Word> &b)
 {
-    assert((lms != nullptr ? lms[sa[0]] : sa[0]) == n - 1);
+    assert((ranked ? lms[sa[0]] : sa[0]) == n - 1);
     b.SetEnds();
     std::fill(sa + m, sa + n, 0);
-    for (Word i = m - 1; i > 0; --i) {
-        if (lms != nullptr) {
-            if (i >= 2 * kPrefetchAhead) {
+    const auto position = [&](Word i) { return ranked ? lms[sa[i]] : sa[i]; };
+    if constexpr (std::is_same_v<Sym, uint8_t>) {
+        // Sorted, the LMS suffixes come bucket by bucket: counted per first byte in text order (the
+        // text read in sequence), they need no random read of the text to be placed.
+        Word perBucket[kByteAlphabet] = {};
+        for (Word j = 0; j + 1 < m; ++j) {
+            ++perBucket[At(t, lms[j])];
+        }
+        Word i = m - 1;
+        for (Word c = kByteAlphabet - 1; c > 0; --c) {
+            for (Word left = perBucket[c]; left > 0; --left, --i) {
+                if (ranked && i >= kPrefetchAhead) {
+                    __builtin_prefetch(lms + sa[i - kPrefetchAhead]);
+                }
+                const Word p = position(i);
+                sa[i] = 0;
+                sa[--b.ptr[c]] = p;
+            }
+        }
+        assert(i == 0);
+    } else {
+        for (Word i = m - 1; i > 0; --i) {
+            if (ranked && i >= 2 * kPrefetchAhead) {
                 __builtin_prefetch(lms + sa[i - 2 * kPrefetchAhead]);
             }
             if (i >= kPrefetchAhead) {
-                __builtin_prefetch(t + lms[sa[i - kPrefetchAhead]]);
+                __builtin_prefetch(t + position(i - kPrefetchAhead));
             }
-        } else if (i >= kPrefetchAhead) {
-            __builtin_prefetch(t + sa[i - kPrefetchAhead]);
+            const Word p = position(i);
+            sa[i] = 0;
+            sa[--b.ptr[At(t, p)]] = p;
         }
-        const Word p = lms != nullptr ? lms[sa[i]] : sa[i];
-        sa[i] = 0;
-        sa[--b.ptr[At(t, p)]] = p;
     }
     sa[0] = n - 1;
     InduceL<false, kLarge>(t, sa, n, b);

@@ -20,8 +20,6 @@ namespace krv::array {
 namespace {
 
 constexpr char kKrvSource[] = "krv_array";
-// Bytes in 0..255 become symbols 1..256, leaving 0 for the sentinel.
-constexpr int64_t kByteAlphabet = 257;
 // Every bucket area is sized in 8-byte words, whatever word type the construction uses inside it.
 constexpr uint64_t kAreaWordBytes = sizeof(int64_t);
 // From this many symbols on, dense bucket pointers no longer stay in the faster caches.
@@ -170,19 +168,15 @@ uint32_t SortReduced(Word *sa, Word n, Word m, NameCounts<Word> counts, Word *sc
 }
 
 // Names the LMS substrings sorted in sa[0..m) (lms[] in text order) and, unless all differ, sorts
-// the reduced string. Leaves in sa[0..m) the LMS suffixes in order, as positions or, in *ranked,
-// as indices into lms[].
+// the reduced string. Leaves in sa[0..m) the LMS suffixes in order: as positions, or with *ranked
+// as their indices in lms[].
 template <typename Word, typename Sym>
-uint32_t OrderLmsSuffixes(const Sym *t, Word *sa, Word n, const Word *lms, Word m, Word *scratch, const Word **ranked)
+uint32_t OrderLmsSuffixes(const Sym *t, Word *sa, Word n, const Word *lms, Word m, Word *scratch, bool *ranked)
 {
     const NameCounts<Word> counts = NameLmsSubstrings(t, sa, n, lms, m);
-    if (counts.names == m) {
-        // Every substring distinct: sorting them sorted the suffixes.
-        *ranked = nullptr;
-        return KRV_OK;
-    }
-    *ranked = lms;
-    return SortReduced(sa, n, m, counts, scratch + m);
+    // Every substring distinct: sorting them sorted the suffixes.
+    *ranked = counts.names < m;
+    return *ranked ? SortReduced(sa, n, m, counts, scratch + m) : KRV_OK;
 }
 
 // One level with dense buckets on t[0..n) (alphabet size k) into sa[0..n). `scratch` holds this
@@ -199,10 +193,10 @@ uint32_t BuildDense(const Sym *t, Word *sa, Word n, Word k, Word *scratch)
     Word *lms = scratch;
     const Word m = FindLms(t, n, lms);
     SortLmsSubstrings<kLarge>(t, sa, n, lms, m, b);
-    const Word *ranked = nullptr;
+    bool ranked = false;
     const uint32_t status = OrderLmsSuffixes(t, sa, n, lms, m, scratch, &ranked);
     if (status == KRV_OK) {
-        InduceFromSortedLms<kLarge>(t, sa, n, m, b, ranked);
+        InduceFromSortedLms<kLarge>(t, sa, n, lms, m, ranked, b);
     }
     KRV_OsalMemFree(area);
     return status;
@@ -221,10 +215,10 @@ uint32_t BuildSparse(const Word *t, Word *sa, Word n, NameCounts<Word> counts, W
     Word *lms = scratch;
     const Word m = FindLms(t, n, lms);
     SparseSortLmsSubstrings(t, sa, n, lms, m, b);
-    const Word *ranked = nullptr;
+    bool ranked = false;
     const uint32_t status = OrderLmsSuffixes(t, sa, n, lms, m, scratch, &ranked);
     if (status == KRV_OK) {
-        SparseInduceFromSortedLms(t, sa, n, m, b, ranked);
+        SparseInduceFromSortedLms(t, sa, n, lms, m, ranked, b);
     }
     KRV_OsalMemFree(area);
     return status;

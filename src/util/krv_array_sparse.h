@@ -220,12 +220,14 @@ void SparseSortLmsSubstrings(const Word *t, Word *sa, Word n, const Word *lms, W
     assert(kept == m);
 }
 
-// Induces a sparse level's suffix array from its m LMS suffixes, sorted in sa[0..m) (positions, or
-// with lms their indices in lms[]), then turns every entry back into a plain position.
+// Induces a sparse level's suffix array from its m LMS suffixes (lms[] in text order), sorted in
+// sa[0..m) as positions or, if ranked, as indices in lms[]; then turns every entry back into a plain
+// position.
 template <typename Word>
-void SparseInduceFromSortedLms(const Word *t, Word *sa, Word n, Word m, const SparseBuckets<Word> &b, const Word *lms)
+void SparseInduceFromSortedLms(const Word *t, Word *sa, Word n, const Word *lms, Word m, bool ranked,
+                               const SparseBuckets<Word> &b)
 {
-    if (lms != nullptr) {
+    if (ranked) {
         for (Word i = 0; i < m; ++i) {
             if (i + kPrefetchAhead < m) {
                 __builtin_prefetch(lms + sa[i + kPrefetchAhead]);

@@ -10,6 +10,9 @@
 
 namespace krv::array {
 
+// Bytes in 0..255 become symbols 1..256, leaving 0 for the sentinel.
+inline constexpr int64_t kByteAlphabet = 257;
+
 // How many slots ahead of a scan the memory it will read at random is fetched; passes over large
 // alphabets fetch in three stages of this distance each.
 inline constexpr int64_t kPrefetchAhead = 48;
