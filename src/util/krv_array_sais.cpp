@@ -114,7 +114,7 @@ NameCounts<Word> NameLmsSubstrings(const Sym *t, Word *sa, Word n, const Word *l
 }
 
 // Turns the sparse reduced string in sa[n-m..n) dense: each head h becomes the number of distinct
-// heads below it. Uses sa[0..m) as the table; few names keep its touched lines cached.
+// heads below it, through a table in sa[0..m) (whose touched lines stay cached when names are few).
 template <typename Word>
 void MakeDense(Word *sa, Word n, Word m)
 {
@@ -147,12 +147,12 @@ void *AllocBuckets(int64_t k)
 template <bool kLarge, typename Word, typename Sym>
 uint32_t BuildDense(const Sym *t, Word *sa, Word n, Word k, Word *scratch);
 template <typename Word>
-uint32_t BuildSparse(const Word *t, Word *sa, Word n, NameCounts<Word> names, Word *scratch);
+uint32_t BuildSparse(const Word *t, Word *sa, Word n, NameCounts<Word> counts, Word *scratch);
 
-// Sorts the LMS substrings' names (the reduced string in sa[n-m..n), sparsely encoded) into sa[0..m):
-// sparsely when at least half of them are unique (so skipping those pays), the arrays fit in the
-// bucket area and positions leave room for the flags; densely otherwise. Then sa[0..m) ranks the
-// LMS suffixes by their indices in lms[].
+// Sorts the reduced string (the LMS substrings' names in sa[n-m..n), sparsely encoded) into
+// sa[0..m), which then holds the indices in lms[] of the LMS suffixes in order. Sparsely when at
+// least half of the names are unique (so skipping those pays), the arrays fit in the bucket area and
+// positions leave room for the flags; densely otherwise.
 template <typename Word>
 uint32_t SortReduced(Word *sa, Word n, Word m, NameCounts<Word> counts, Word *scratch)
 {
@@ -180,7 +180,7 @@ uint32_t OrderLmsSuffixes(const Sym *t, Word *sa, Word n, const Word *lms, Word 
 }
 
 // One level with dense buckets on t[0..n) (alphabet size k) into sa[0..n). `scratch` holds this
-// level's LMS positions, then the levels' below.
+// level's LMS positions, then those of the levels below.
 template <bool kLarge, typename Word, typename Sym>
 uint32_t BuildDense(const Sym *t, Word *sa, Word n, Word k, Word *scratch)
 {
