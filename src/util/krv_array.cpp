@@ -11,9 +11,21 @@
 namespace {
 
 constexpr char kKrvSource[] = "krv_array";
-// Bytes in 0..255 become symbols 1..256, leaving 0 for the sentinel.
-constexpr int64_t kByteAlphabet = 257;
 constexpr uint64_t kWordBytes = sizeof(int64_t);
+
+// Sorts data's suffixes in `work` and, on success, copies them to sa. work[0] is the sentinel's own
+// suffix, always first, so it is dropped.
+template <typename Word>
+uint32_t CopySorted(Word *work, const uint8_t *data, Word len, size_t *sa)
+{
+    const uint32_t status = krv::array::SaisBuild(data, len, work);
+    if (status == KRV_OK) {
+        for (Word r = 0; r < len; ++r) {
+            sa[r] = static_cast<size_t>(work[r + 1]);
+        }
+    }
+    return status;
+}
 
 }  // namespace
 
@@ -35,20 +47,13 @@ extern "C" uint32_t KRV_ArraySaSort(const uint8_t *data, size_t len, size_t *sa,
         KRV_DIAG(KRV_ERR_NOMEM, "malloc err, size is %zu", wordsFit ? static_cast<size_t>(words) : SIZE_MAX);
         return KRV_ERR_NOMEM;
     }
-    const auto n = static_cast<int64_t>(len) + 1;
-    // The text's n symbols fit in 16 bits each, so they take the front quarter of their n words.
-    auto *t = reinterpret_cast<uint16_t *>(area);
-    int64_t *suffixes = area + n;
-    for (int64_t i = 0; i < n - 1; ++i) {
-        t[i] = static_cast<uint16_t>(data[i] + 1);
-    }
-    t[n - 1] = 0;
-    uint32_t status = krv::array::SaisBuild(t, suffixes, n, kByteAlphabet);
-    if (status == KRV_OK) {
-        // suffixes[0] is the sentinel's own suffix, always first.
-        for (int64_t r = 1; r < n; ++r) {
-            sa[r - 1] = static_cast<size_t>(suffixes[r]);
-        }
+    // The construction reads the caller's bytes in place and uses the area only for its suffix
+    // array and reduced strings, in 32-bit words when every position fits in one.
+    uint32_t status = KRV_OK;
+    if (len < static_cast<size_t>(INT32_MAX)) {
+        status = CopySorted(reinterpret_cast<int32_t *>(area), data, static_cast<int32_t>(len), sa);
+    } else {
+        status = CopySorted(area, data, static_cast<int64_t>(len), sa);
     }
     KRV_OsalMemFree(area);
     return status;

@@ -1,7 +1,7 @@
-// SA-IS suffix sorting. The byte level reads 16-bit symbols; the reduced strings are 64-bit.
-//
-// Empty suffix-array slots hold 0. Position 0 never induces anything (it has no left neighbour), so
-// it may look empty too without harm; every other entry is a position >= 1.
+// SA-IS suffix sorting: one level at a time, recursing on the reduced string of LMS-substring names.
+// The byte level reads the caller's bytes; each reduced string lives in the upper part of its
+// parent's suffix array, in the array's own word type, and its LMS positions in the scratch space
+// above the array.
 #include "util/krv_array_sais.h"
 
 #include <sys/types.h>
@@ -12,174 +12,21 @@
 #include "krv_osal.h"
 #include "krv_status.h"
 #include "log/krv_diag.h"
+#include "util/krv_array_dense.h"
+#include "util/krv_array_sparse.h"
+#include "util/krv_array_symbols.h"
 
 namespace krv::array {
 namespace {
 
 constexpr char kKrvSource[] = "krv_array";
-// How many slots ahead of a scan the text it will read is fetched; the induced-sorting passes over
-// a large alphabet fetch in three stages of this distance each (see PrefetchInduce).
-constexpr int64_t kPrefetchAhead = 16;
-// From this many symbols on, the bucket pointers no longer stay in the faster caches.
+// Every bucket area is sized in 8-byte words, whatever word type the construction uses inside it.
+constexpr uint64_t kAreaWordBytes = sizeof(int64_t);
+// From this many symbols on, dense bucket pointers no longer stay in the faster caches.
 constexpr int64_t kLargeAlphabet = int64_t{1} << 16;
 
-using Word = int64_t;
-
-// Prefetches have no side effects the optimiser can see, so an out-of-line helper made only of them
-// counts as pure and its calls are deleted; forced inlining keeps them.
-#define KRV_PREFETCH_INLINE __attribute__((always_inline)) inline
-
-// One level's bucket area: the symbol counts, then the moving bucket pointers.
-struct Buckets {
-    Word *count;
-    Word *ptr;
-    Word k;
-};
-
-// Points every bucket at its first slot.
-void SetBucketHeads(const Buckets &b)
-{
-    Word sum = 0;
-    for (Word c = 0; c < b.k; ++c) {
-        b.ptr[c] = sum;
-        sum += b.count[c];
-    }
-}
-
-// Points every bucket one past its last slot.
-void SetBucketEnds(const Buckets &b)
-{
-    Word sum = 0;
-    for (Word c = 0; c < b.k; ++c) {
-        sum += b.count[c];
-        b.ptr[c] = sum;
-    }
-}
-
-// Starts fetching the text left of the suffix in `slot` (empty or 0: position 0, harmless).
-template <typename Sym>
-KRV_PREFETCH_INLINE void PrefetchLeftOf(const Sym *t, Word slot)
-{
-    __builtin_prefetch(t + (slot > 0 ? slot - 1 : 0));
-}
-
-// Fetches for an induced-sorting pass, given three slots ahead of its scan from farthest to nearest:
-// the text left of the suffix in the farthest; with kLarge, also the bucket pointer that suffix in
-// the middle slot will use, and the slot that pointer (already fetched) designates for the nearest.
-// Entries may still change before the scan gets there; a stale fetch only costs a miss.
-template <bool kLarge, typename Sym>
-KRV_PREFETCH_INLINE void PrefetchInduce(const Sym *t, const Word *sa, const Buckets &b, Word far, Word mid, Word near)
-{
-    PrefetchLeftOf(t, sa[far]);
-    if (kLarge) {
-        const Word q = sa[mid];
-        if (q > 0) {
-            __builtin_prefetch(b.ptr + t[q - 1]);
-        }
-        const Word r = sa[near];
-        if (r > 0) {
-            __builtin_prefetch(sa + b.ptr[t[r - 1]], 1);
-        }
-    }
-}
-
-// Calls fn(p) for every LMS position p (an S-type position whose left neighbour is L-type), from
-// right to left; the sentinel n-1 comes first.
-template <typename Sym, typename Fn>
-void ForEachLmsRightToLeft(const Sym *t, Word n, Fn fn)
-{
-    bool rightIsS = true;  // the sentinel is S-type
-    Word right = t[n - 1];
-    for (Word i = n - 2; i >= 0; --i) {
-        const Word c = t[i];
-        const bool isS = c < right || (c == right && rightIsS);
-        if (!isS && rightIsS) {
-            fn(i + 1);
-        }
-        rightIsS = isS;
-        right = c;
-    }
-}
-
-// Left-to-right pass: every L-type suffix goes to the head of its bucket, after the suffix right of
-// it has been passed. An entry p in this pass is LMS or L-type, so p-1 is L-type exactly when
-// t[p-1] >= t[p]. With kDrop, entries that have induced their neighbour are emptied, leaving only
-// the L-type suffixes the S-type pass will need.
-template <bool kDrop, bool kLarge, typename Sym>
-void InduceL(const Sym *t, Word *sa, Word n, const Buckets &b)
-{
-    SetBucketHeads(b);
-    // sa[0] is the sentinel, alone in bucket 0; its left neighbour is L-type.
-    sa[b.ptr[t[n - 2]]++] = n - 2;
-    const Word stages = kLarge ? 3 : 1;
-    for (Word i = 1; i < n; ++i) {
-        PrefetchInduce<kLarge>(t, sa, b, std::min(i + stages * kPrefetchAhead, n - 1),
-                               std::min(i + 2 * kPrefetchAhead, n - 1), std::min(i + kPrefetchAhead, n - 1));
-        const Word p = sa[i];
-        if (p > 0) {
-            const Word c = t[p - 1];
-            if (c >= t[p]) {
-                sa[b.ptr[c]++] = p - 1;
-                if (kDrop) {
-                    sa[i] = 0;
-                }
-            }
-        }
-    }
-}
-
-// Right-to-left pass: every S-type suffix goes to the end of its bucket. p-1 is S-type when
-// t[p-1] < t[p], or when they are equal and p is S-type; p is S-type exactly when slot i lies in
-// the part of its bucket this pass has already filled. With kDrop, inducing entries are emptied,
-// so only the LMS suffixes remain.
-template <bool kDrop, bool kLarge, typename Sym>
-void InduceS(const Sym *t, Word *sa, Word n, const Buckets &b)
-{
-    SetBucketEnds(b);
-    const Word stages = kLarge ? 3 : 1;
-    for (Word i = n - 1; i > 0; --i) {
-        PrefetchInduce<kLarge>(t, sa, b, std::max<Word>(i - stages * kPrefetchAhead, 0),
-                               std::max<Word>(i - 2 * kPrefetchAhead, 0), std::max<Word>(i - kPrefetchAhead, 0));
-        const Word p = sa[i];
-        if (p > 0) {
-            const Word c = t[p - 1];
-            const Word right = t[p];
-            if (c < right || (c == right && i >= b.ptr[right])) {
-                sa[--b.ptr[c]] = p - 1;
-                if (kDrop) {
-                    sa[i] = 0;
-                }
-            }
-        }
-    }
-}
-
-// Sorts the LMS substrings: LMS positions at their bucket ends, then both induced passes. Leaves
-// the m LMS positions in substring order in sa[0..m) and returns m.
-template <bool kLarge, typename Sym>
-Word SortLmsSubstrings(const Sym *t, Word *sa, Word n, const Buckets &b)
-{
-    SetBucketEnds(b);
-    std::fill(sa, sa + n, 0);
-    Word m = 0;
-    ForEachLmsRightToLeft(t, n, [&](Word p) {
-        sa[--b.ptr[t[p]]] = p;
-        ++m;
-    });
-    InduceL<true, kLarge>(t, sa, n, b);
-    InduceS<true, kLarge>(t, sa, n, b);
-    Word kept = 0;
-    for (Word i = 0; i < n; ++i) {
-        if (sa[i] > 0) {
-            sa[kept++] = sa[i];
-        }
-    }
-    assert(kept == m);
-    return m;
-}
-
 // Whether a[0..len) equals b[0..len). Substrings are short, so a plain loop beats a library call.
-template <typename Sym>
+template <typename Word, typename Sym>
 bool SameSymbols(const Sym *a, const Sym *b, Word len)
 {
     for (Word i = 0; i < len; ++i) {
@@ -190,23 +37,53 @@ bool SameSymbols(const Sym *a, const Sym *b, Word len)
     return true;
 }
 
-// Names the sorted LMS substrings in sa[0..m) (equal neighbours share a name) and writes the reduced
-// string, the names in text order, to sa[n-m..n). Returns the number of names.
-template <typename Sym>
-Word NameLmsSubstrings(const Sym *t, Word *sa, Word n, Word m)
+// What naming found: distinct substrings, substrings equal to no other, and distinct substrings
+// that occur more than once (`repeated` groups of equal neighbours in sorted order).
+template <typename Word>
+struct NameCounts {
+    Word names;
+    Word unique;
+    Word repeated;
+};
+
+// Names the LMS substrings, sorted in sa[0..m), and writes the reduced string (the names of lms[],
+// in text order) to sa[n-m..n), sparsely encoded: 2 * h + repeated, h the sorted index of the first
+// substring equal to this one. For each group of equal substrings, in order, its first index and one
+// past its last go to sa[0..2 * repeated): the bucket bounds of the repeated symbols. The rest of
+// sa[0..m) is left as it was (all of it when every substring differs).
+template <typename Word, typename Sym>
+NameCounts<Word> NameLmsSubstrings(const Sym *t, Word *sa, Word n, const Word *lms, Word m)
 {
-    // LMS positions are at least two apart, so p/2 gives each its own slot above sa[0..m).
+    // LMS positions are at least two apart, so p/2 gives each its own slot above sa[0..m). Each
+    // substring runs to the next LMS position, inclusive. The sentinel's (length 1) and the one
+    // ending at it are unique, so the latter gets a length no other can have (n) and is never
+    // compared symbol by symbol: the byte level cannot read the sentinel.
     Word *slot = sa + m;
-    std::fill(slot, sa + n, 0);
-    Word right = n - 1;
-    ForEachLmsRightToLeft(t, n, [&](Word p) {
-        slot[p / 2] = right - p + 1;  // its substring runs to the next LMS position, inclusive
-        right = p;
-    });
+    for (Word j = 0; j + 2 < m; ++j) {
+        slot[lms[j] / 2] = lms[j + 1] - lms[j] + 1;
+    }
+    if (m >= 2) {
+        slot[lms[m - 2] / 2] = n;
+    }
+    slot[(n - 1) / 2] = 1;
     // Equal lengths and symbols mean equal types too: both substrings end in an LMS position.
-    Word names = 0;
+    NameCounts<Word> counts = {0, 0, 0};
+    Word head = 0;
     Word prev = 0;
     Word prevLen = 0;
+    bool prevSame = false;
+    // Substring i-1 gets its code once substring i is known: it is repeated if it equals either. A
+    // group's bounds are written when it ends; by then the scan has read their slots.
+    const auto finish = [&](Word i, bool nextSame) {
+        const bool repeated = prevSame || nextSame;
+        slot[prev / 2] = 2 * head + static_cast<Word>(repeated);
+        counts.unique += static_cast<Word>(!repeated);
+        if (prevSame && !nextSame) {
+            sa[2 * counts.repeated] = head;
+            sa[2 * counts.repeated + 1] = i;
+            ++counts.repeated;
+        }
+    };
     for (Word i = 0; i < m; ++i) {
         if (i + kPrefetchAhead < m) {
             const Word ahead = sa[i + kPrefetchAhead];
@@ -215,99 +92,148 @@ Word NameLmsSubstrings(const Sym *t, Word *sa, Word n, Word m)
         }
         const Word p = sa[i];
         const Word len = slot[p / 2];
-        if (len != prevLen || !SameSymbols(t + p, t + prev, len)) {
-            ++names;
-            prev = p;
-            prevLen = len;
+        const bool same = len == prevLen && SameSymbols(t + p, t + prev, len);
+        if (i > 0) {
+            finish(i, same);
         }
-        slot[p / 2] = names;  // one-based here: 0 still marks an empty slot
-    }
-    Word top = n;
-    for (Word j = m + (n - 1) / 2; j >= m; --j) {
-        if (sa[j] != 0) {
-            sa[--top] = sa[j] - 1;
+        if (!same) {
+            ++counts.names;
+            head = i;
         }
+        prev = p;
+        prevLen = len;
+        prevSame = same;
     }
-    assert(top == n - m);
-    return names;
+    finish(m, false);
+    // Gathered from the top down: each write lands at or above every slot still to be read.
+    Word *reduced = sa + n - m;
+    for (Word j = m - 1; j >= 0; --j) {
+        reduced[j] = slot[lms[j] / 2];
+    }
+    return counts;
 }
 
-// Puts the m LMS suffixes of sa[0..m), in their final order, at the ends of their buckets and
-// induces the whole suffix array from them.
-template <bool kLarge, typename Sym>
-void InduceFromSortedLms(const Sym *t, Word *sa, Word n, Word m, const Buckets &b)
+// Turns the sparse reduced string in sa[n-m..n) dense: each head h becomes the number of distinct
+// heads below it, through a table in sa[0..m) (whose touched lines stay cached when names are few).
+template <typename Word>
+void MakeDense(Word *sa, Word n, Word m)
 {
-    SetBucketEnds(b);
-    std::fill(sa + m, sa + n, 0);
-    for (Word i = m - 1; i >= 0; --i) {
-        if (i >= kPrefetchAhead) {
-            __builtin_prefetch(t + sa[i - kPrefetchAhead]);
-        }
-        const Word p = sa[i];
-        sa[i] = 0;
-        sa[--b.ptr[t[p]]] = p;
+    Word *reduced = sa + n - m;
+    std::fill(sa, sa + m, 0);
+    for (Word j = 0; j < m; ++j) {
+        sa[reduced[j] >> 1] = 1;
     }
-    InduceL<false, kLarge>(t, sa, n, b);
-    InduceS<false, kLarge>(t, sa, n, b);
+    Word names = 0;
+    for (Word h = 0; h < m; ++h) {
+        const Word isHead = sa[h];
+        sa[h] = names;
+        names += isHead;
+    }
+    for (Word j = 0; j < m; ++j) {
+        reduced[j] = sa[reduced[j] >> 1];
+    }
 }
 
-template <bool kLarge, typename Sym>
-uint32_t Build(const Sym *t, Word *sa, Word n, Word k);
-
-// Runs Build with the prefetching that suits the alphabet size.
-template <typename Sym>
-uint32_t BuildFor(const Sym *t, Word *sa, Word n, Word k)
+// Allocates a level's bucket area of 2k words, or reports its refusal.
+void *AllocBuckets(int64_t k)
 {
-    return k >= kLargeAlphabet ? Build<true>(t, sa, n, k) : Build<false>(t, sa, n, k);
-}
-
-template <bool kLarge, typename Sym>
-uint32_t Build(const Sym *t, Word *sa, Word n, Word k)
-{
-    assert(n >= 2 && t[n - 1] == 0);
-    auto *area = static_cast<Word *>(KRV_OsalMemAlloc(2 * static_cast<uint64_t>(k) * sizeof(Word)));
+    void *area = KRV_OsalMemAlloc(2 * static_cast<uint64_t>(k) * kAreaWordBytes);
     if (area == nullptr) {
         KRV_DIAG(KRV_ERR_NOMEM, "malloc error, size is %zd", static_cast<ssize_t>(2 * k));
+    }
+    return area;
+}
+
+template <bool kLarge, typename Word, typename Sym>
+uint32_t BuildDense(const Sym *t, Word *sa, Word n, Word k, Word *scratch);
+template <typename Word>
+uint32_t BuildSparse(const Word *t, Word *sa, Word n, NameCounts<Word> counts, Word *scratch);
+
+// Sorts the reduced string (the LMS substrings' names in sa[n-m..n), sparsely encoded) into
+// sa[0..m), which then holds the indices in lms[] of the LMS suffixes in order. Sparsely when at
+// least half of the names are unique (so skipping those pays), the arrays fit in the bucket area and
+// positions leave room for the flags; densely otherwise.
+template <typename Word>
+uint32_t SortReduced(Word *sa, Word n, Word m, NameCounts<Word> counts, Word *scratch)
+{
+    Word *reduced = sa + n - m;
+    const bool fits = SparseBuckets<Word>::AreaBytes(m, counts.repeated) <=
+                      2 * static_cast<uint64_t>(counts.names) * kAreaWordBytes;
+    if (2 * counts.unique >= m && fits && m < kActive<Word>) {
+        return BuildSparse(reduced, sa, m, counts, scratch);
+    }
+    MakeDense(sa, n, m);
+    return counts.names >= kLargeAlphabet ? BuildDense<true>(reduced, sa, m, counts.names, scratch)
+                                          : BuildDense<false>(reduced, sa, m, counts.names, scratch);
+}
+
+// Names the LMS substrings sorted in sa[0..m) (lms[] in text order) and, unless all differ, sorts
+// the reduced string. Leaves in sa[0..m) the LMS suffixes in order: as positions, or with *ranked
+// as their indices in lms[].
+template <typename Word, typename Sym>
+uint32_t OrderLmsSuffixes(const Sym *t, Word *sa, Word n, const Word *lms, Word m, Word *scratch, bool *ranked)
+{
+    const NameCounts<Word> counts = NameLmsSubstrings(t, sa, n, lms, m);
+    // Every substring distinct: sorting them sorted the suffixes.
+    *ranked = counts.names < m;
+    return *ranked ? SortReduced(sa, n, m, counts, scratch + m) : KRV_OK;
+}
+
+// One level with dense buckets on t[0..n) (alphabet size k) into sa[0..n). `scratch` holds this
+// level's LMS positions, then those of the levels below.
+template <bool kLarge, typename Word, typename Sym>
+uint32_t BuildDense(const Sym *t, Word *sa, Word n, Word k, Word *scratch)
+{
+    assert(n >= 2);
+    auto *area = static_cast<Word *>(AllocBuckets(k));
+    if (area == nullptr) {
         return KRV_ERR_NOMEM;
     }
-    const Buckets b = {area, area + k, k};
-    std::fill(b.count, b.count + k, 0);
-    for (Word i = 0; i < n; ++i) {
-        if (kLarge && i + kPrefetchAhead < n) {
-            __builtin_prefetch(b.count + t[i + kPrefetchAhead], 1);
-        }
-        ++b.count[t[i]];
+    const DenseBuckets<Word> b = DenseBuckets<Word>::template Make<kLarge>(area, t, n, k);
+    Word *lms = scratch;
+    const Word m = FindLms(t, n, lms);
+    SortLmsSubstrings<kLarge>(t, sa, n, lms, m, b);
+    bool ranked = false;
+    const uint32_t status = OrderLmsSuffixes(t, sa, n, lms, m, scratch, &ranked);
+    if (status == KRV_OK) {
+        InduceFromSortedLms<kLarge>(t, sa, n, lms, m, ranked, b);
     }
-    const Word m = SortLmsSubstrings<kLarge>(t, sa, n, b);
-    const Word names = NameLmsSubstrings(t, sa, n, m);
-    if (names < m) {
-        // Sort the reduced string; its suffix order is the order of the LMS suffixes.
-        const Word *reduced = sa + n - m;
-        const uint32_t status = BuildFor(reduced, sa, m, names);
-        if (status != KRV_OK) {
-            KRV_OsalMemFree(area);
-            return status;
-        }
-        Word *positions = sa + n - m;  // the reduced string is no longer needed
-        Word top = n;
-        ForEachLmsRightToLeft(t, n, [&](Word p) { sa[--top] = p; });
-        for (Word i = 0; i < m; ++i) {
-            if (i + kPrefetchAhead < m) {
-                __builtin_prefetch(positions + sa[i + kPrefetchAhead]);
-            }
-            sa[i] = positions[sa[i]];
-        }
-    }
-    InduceFromSortedLms<kLarge>(t, sa, n, m, b);
     KRV_OsalMemFree(area);
-    return KRV_OK;
+    return status;
+}
+
+// One sparsely named level: t[0..n) with counts from its naming, into sa[0..n).
+template <typename Word>
+uint32_t BuildSparse(const Word *t, Word *sa, Word n, NameCounts<Word> counts, Word *scratch)
+{
+    assert(n >= 2);
+    void *area = AllocBuckets(counts.names);
+    if (area == nullptr) {
+        return KRV_ERR_NOMEM;
+    }
+    const SparseBuckets<Word> b = SparseBuckets<Word>::Make(area, sa, n, counts.repeated);
+    Word *lms = scratch;
+    const Word m = FindLms(t, n, lms);
+    SparseSortLmsSubstrings(t, sa, n, lms, m, b);
+    bool ranked = false;
+    const uint32_t status = OrderLmsSuffixes(t, sa, n, lms, m, scratch, &ranked);
+    if (status == KRV_OK) {
+        SparseInduceFromSortedLms(t, sa, n, lms, m, ranked, b);
+    }
+    KRV_OsalMemFree(area);
+    return status;
 }
 
 }  // namespace
 
-uint32_t SaisBuild(const uint16_t *t, int64_t *sa, int64_t n, int64_t k)
+template <typename Word>
+uint32_t SaisBuild(const uint8_t *bytes, Word len, Word *sa)
 {
-    return BuildFor(t, sa, n, k);
+    const Word n = len + 1;
+    return BuildDense<false>(bytes, sa, n, static_cast<Word>(kByteAlphabet), sa + n);
 }
+
+template uint32_t SaisBuild<int32_t>(const uint8_t *bytes, int32_t len, int32_t *sa);
+template uint32_t SaisBuild<int64_t>(const uint8_t *bytes, int64_t len, int64_t *sa);
 
 }  // namespace krv::array

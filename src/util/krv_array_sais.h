@@ -6,13 +6,18 @@
 
 namespace krv::array {
 
-// Sorts the suffixes of t[0..n) into sa[0..n). Symbols lie in 0..k-1 (k <= 65536, held in 16 bits:
-// a quarter of the cache footprint of 64-bit ones, and the random reads of the text dominate) and
-// t[n-1] == 0 is the unique smallest (the sentinel); n >= 2. The reduced strings of the recursion are
-// 64-bit. Every level allocates one bucket area of 2k words (k: its alphabet size) and frees it
-// before returning. Returns KRV_OK, or KRV_ERR_NOMEM after reporting the refused bucket area (sa is
-// then undefined).
-uint32_t SaisBuild(const uint16_t *t, int64_t *sa, int64_t n, int64_t k);
+// Sorts the suffixes of bytes[0..len) followed by a sentinel smaller than every byte into
+// sa[0..len]: sa[0] is then len, the sentinel's own suffix. len >= 1. sa has room for 2 * (len + 1)
+// words: the upper half is scratch (the LMS positions of every level). Word is int32_t (for
+// len < INT32_MAX: half the memory traffic) or int64_t; the reduced strings of the recursion use the
+// same word type inside sa[0..len]. Every level allocates one bucket area of 2k 8-byte words (k: its
+// alphabet size, 257 at the byte level) and frees it before returning. Returns KRV_OK, or
+// KRV_ERR_NOMEM after reporting the refused bucket area (sa is then undefined).
+template <typename Word>
+uint32_t SaisBuild(const uint8_t *bytes, Word len, Word *sa);
+
+extern template uint32_t SaisBuild<int32_t>(const uint8_t *bytes, int32_t len, int32_t *sa);
+extern template uint32_t SaisBuild<int64_t>(const uint8_t *bytes, int64_t len, int64_t *sa);
 
 }  // namespace krv::array
 

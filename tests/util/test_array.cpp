@@ -1,5 +1,6 @@
-// Suffix-array sort: results against brute force and a linear-time checker, argument refusals, and
-// running out of memory at every allocation.
+// Suffix-array sort: results against brute force and a linear-time checker, in 32-bit and 64-bit
+// words, on inputs that reach every kind of level; argument refusals; running out of memory at every
+// allocation.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -14,6 +15,7 @@
 #include "krv_status.h"
 #include "support/krv_sa_check.h"
 #include "support/krv_test_support.h"
+#include "util/krv_array_sais.h"
 
 namespace {
 
@@ -42,6 +44,35 @@ std::vector<size_t> Sort(const Bytes &s, uint32_t *status)
     std::vector<size_t> sa(s.size(), 0);
     *status = KRV_ArraySaSort(s.data(), s.size(), sa.data(), sa.size());
     return sa;
+}
+
+// The construction in 64-bit words, which KRV_ArraySaSort keeps for inputs of 2^31 bytes and more.
+std::vector<size_t> SortWide(const Bytes &s)
+{
+    std::vector<int64_t> work(2 * (s.size() + 1));
+    EXPECT_EQ(KRV_OK, krv::array::SaisBuild<int64_t>(s.data(), static_cast<int64_t>(s.size()), work.data()));
+    return std::vector<size_t>(work.begin() + 1, work.begin() + 1 + static_cast<std::ptrdiff_t>(s.size()));
+}
+
+Bytes RandomBytes(size_t len, uint32_t seed)
+{
+    std::mt19937 rng(seed);
+    Bytes s(len);
+    for (uint8_t &byte : s) {
+        byte = static_cast<uint8_t>(rng());
+    }
+    return s;
+}
+
+// a b b for random a and b: a's LMS substrings are nearly all unique and b's all occur twice, so
+// the reduced strings are named sparsely (most symbols unique) and still recurse, level after level.
+Bytes OnceThenTwice(size_t once, size_t twice, uint32_t seed)
+{
+    Bytes s = RandomBytes(once, seed);
+    const Bytes b = RandomBytes(twice, seed + 1);
+    s.insert(s.end(), b.begin(), b.end());
+    s.insert(s.end(), b.begin(), b.end());
+    return s;
 }
 
 // The Fibonacci word over {a, b} of at least len bytes, cut to len: each level of the reduction
@@ -81,8 +112,9 @@ TEST(ArraySaSort, KnownArrays)
     }
 }
 
-TEST(ArraySaSort, MatchesBruteForceOnRandomInputs)
+TEST(ArraySaSort, MatchesBruteForceInBothWordWidths)
 {
+    std::vector<Bytes> inputs;
     std::mt19937 rng(20240601);
     for (unsigned alphabet : {1u, 2u, 4u, 256u}) {
         for (int round = 0; round < 200; ++round) {
@@ -90,16 +122,33 @@ TEST(ArraySaSort, MatchesBruteForceOnRandomInputs)
             for (uint8_t &byte : s) {
                 byte = static_cast<uint8_t>(alphabet == 256 ? rng() : 'a' + rng() % alphabet);
             }
-            uint32_t status = 1;
-            ASSERT_EQ(BruteForce(s), Sort(s, &status)) << "alphabet " << alphabet << " round " << round;
-            ASSERT_EQ(KRV_OK, status);
+            inputs.push_back(s);
         }
+    }
+    // Random bytes name their first reduced string sparsely without recursing further; these recurse
+    // through sparse levels down to a few symbols.
+    for (uint32_t seed = 1; seed <= 20; ++seed) {
+        inputs.push_back(OnceThenTwice(30 * seed, 10 * seed, seed));
+    }
+    inputs.push_back(OnceThenTwice(3000, 1000, 99));
+    for (const Bytes &s : inputs) {
+        const std::vector<size_t> want = BruteForce(s);
+        uint32_t status = 1;
+        ASSERT_EQ(want, Sort(s, &status)) << std::string(s.begin(), s.end());
+        ASSERT_EQ(KRV_OK, status);
+        ASSERT_EQ(want, SortWide(s)) << std::string(s.begin(), s.end());
     }
 }
 
-TEST(ArraySaSort, LongPeriodicInputsRecurseDeeply)
+TEST(ArraySaSort, LongInputsReachEveryKindOfLevel)
 {
-    std::vector<Bytes> inputs = {Fibonacci(50000), Fibonacci(29989)};
+    // Random bytes, twice over: a first reduced string of over 65,536 names, all repeated, named
+    // densely with prefetched bucket pointers. Then sparse levels that recurse, and deep recursion.
+    const Bytes half = RandomBytes(240000, 5);
+    Bytes twice = half;
+    twice.insert(twice.end(), half.begin(), half.end());
+    std::vector<Bytes> inputs = {twice, OnceThenTwice(100000, 40000, 6), RandomBytes(100000, 7), Fibonacci(50000),
+                                 Fibonacci(29989)};
     std::string periodic;
     for (const char *unit : {"ab", "aab", "abcabd", "a"}) {
         periodic.clear();
@@ -116,8 +165,10 @@ TEST(ArraySaSort, LongPeriodicInputsRecurseDeeply)
     inputs.push_back(noisy);
     for (const Bytes &s : inputs) {
         uint32_t status = 1;
-        EXPECT_TRUE(IsSuffixArray(s, Sort(s, &status))) << "length " << s.size();
+        const std::vector<size_t> sa = Sort(s, &status);
+        EXPECT_TRUE(IsSuffixArray(s, sa)) << "length " << s.size();
         EXPECT_EQ(KRV_OK, status);
+        EXPECT_EQ(sa, SortWide(s)) << "length " << s.size();
     }
     EXPECT_FALSE(IsSuffixArray(ToBytes("abc"), {0, 2, 1})) << "the checker itself";
 }
@@ -218,6 +269,16 @@ TEST(ArraySaSort, EveryRefusedAllocationFailsCleanly)
                                         "12 2 krv_array malloc error, size is 514",
                                         "12 2 krv_array malloc error, size is 6"}),
               FailEachAllocation(ToBytes("abababab")));
+
+    // Sparsely named levels, each with twice its name count: 1324, 425, 139, 46 and 16 names.
+    EXPECT_EQ((std::vector<std::string>{"12 2 krv_array malloc err, size is 10002",
+                                        "12 2 krv_array malloc error, size is 514",
+                                        "12 2 krv_array malloc error, size is 2648",
+                                        "12 2 krv_array malloc error, size is 850",
+                                        "12 2 krv_array malloc error, size is 278",
+                                        "12 2 krv_array malloc error, size is 92",
+                                        "12 2 krv_array malloc error, size is 32"}),
+              FailEachAllocation(OnceThenTwice(3000, 1000, 99)));
 
     // Each level of the Fibonacci word reduces to the same four names again, one bucket area each.
     std::vector<std::string> deep = {"12 2 krv_array malloc err, size is 10002",
