@@ -25,3 +25,4 @@ GTEST_SHUFFLE=1 GTEST_REPEAT=2 GTEST_RANDOM_SEED=$seed ctest --test-dir build --
 run_suite build-asan -DKRV_SANITIZE=ON
 run_suite build-tsan -DKRV_SANITIZE_THREAD=ON
 echo "all test passes done in $((SECONDS - started)) s"
+bash scripts/bench-smoke.sh  # benchmarks built and run once on small cases, so they never rot
