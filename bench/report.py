@@ -127,7 +127,7 @@ def si(value, unit, base=1000.0, prefixes=("", "k", "M", "G")):
 
 
 def show(value, measure):
-    if measure in ("cpu", "real") or measure.endswith("_ns") or measure.endswith("_ns_per_line"):
+    if measure in ("cpu", "real") or measure.endswith("_ns") or measure.endswith("ns_per_line"):
         for unit, scale in (("s", 1e9), ("ms", 1e6), ("µs", 1e3)):
             if value >= scale:
                 return f"{value / scale:.3g} {unit}"
@@ -166,7 +166,9 @@ def ratio(ours, peer, measure):
 
 
 def show_ratio(value):
-    return "—" if value is None else f"{value:.3g}"
+    if value is None:
+        return "—"
+    return f"{value:,.0f}" if value >= 1000 else f"{value:.3g}"
 
 
 class Outcome:
@@ -252,11 +254,16 @@ def run_date(results):
     return datetime.datetime.now().astimezone().isoformat(timespec="seconds")
 
 
+# Figures that are not speeds stay out of the chart (a memory ratio to a near-zero peer would
+# dwarf every bar).
+UNCHARTED = ("peak_mib", "dropped_pct")
+
+
 def chart(outcomes, path, subtitle):
     bars = []
     for outcome in outcomes:
         shown = outcome.chart_peer()
-        if shown is None:
+        if shown is None or outcome.row.measure in UNCHARTED:
             continue
         label, value = shown
         color = {"met": 0x2E7D32, "**missed**": 0xC62828}.get(outcome.status, 0x78909C)
@@ -269,7 +276,8 @@ def chart(outcomes, path, subtitle):
         for index, (label, value, color, target) in enumerate(bars):
             low, high = min(value, 1.0), max(value, 1.0)
             label = label.replace('"', "'")
-            out.write(f'{index} {value} {low} {high} {color} {target if target else "NaN"} "{label}"\n')
+            text_at = max(high, target or 0.0)  # right of the bar and of its target mark
+            out.write(f'{index} {value} {low} {high} {color} {target if target else "NaN"} "{label}" {text_at}\n')
     values = [b[1] for b in bars] + [b[3] for b in bars if b[3]] + [1.0]
     low, high = min(values) / 1.6, max(values) * 1.6
     ticks = [m * 10.0 ** e for e in range(-4, 5) for m in (1, 2, 5) if low <= m * 10.0 ** e <= high]
@@ -287,7 +295,7 @@ set arrow from 1, graph 0 to 1, graph 1 nohead lw 2 lc rgb "black"
 set ytics nomirror
 plot "{data}" using ((($3)+($4))/2):1:3:4:($1-0.36):($1+0.36):5:ytic(7) with boxxyerror fs solid 0.85 noborder lc rgb variable notitle, \\
      "" using 6:1 with points pt 3 ps 1.4 lc rgb "black" title "target", \\
-     "" using 4:1:(sprintf(" %.2g", $2)) with labels left font ",9" notitle, \\
+     "" using 8:1:(sprintf(" %.2g", $2)) with labels left offset 0.6,0 font ",9" notitle, \\
      NaN with boxes fs solid 0.85 lc rgb "#2E7D32" title "target met", \\
      NaN with boxes fs solid 0.85 lc rgb "#C62828" title "target missed", \\
      NaN with boxes fs solid 0.85 lc rgb "#78909C" title "no target"
