@@ -22,7 +22,6 @@
 #include <glog/logging.h>
 #include <spdlog/sinks/basic_file_sink.h>
 
-#include <atomic>
 #include <chrono>
 #include <climits>
 #include <condition_variable>
@@ -166,7 +165,7 @@ struct Run {
     std::unique_ptr<ScratchDir> dir;
     std::unique_ptr<krvbench::QuietStdout> quiet;
     Clock::time_point started;
-    std::atomic<uint64_t> produced{0};
+    uint64_t produced = 0;  // by thread 0 before the timed loop: request -1 and the warm-up
     Barrier batchEnd;
 };
 Run g_run;
@@ -215,14 +214,15 @@ void Measure(benchmark::State &state, const Library &lib, bool paced)
     producing += Clock::now() - t0;
     cpuNs += ThreadCpuNs() - cpu0;
     const double lines = static_cast<double>(seq);
-    g_run.produced += static_cast<uint64_t>(seq);
     state.counters["ns_per_line"] =
         benchmark::Counter(1e9 * Seconds(producing) / lines, benchmark::Counter::kAvgThreads);
     state.counters["cpu_ns_per_line"] = benchmark::Counter(cpuNs / lines, benchmark::Counter::kAvgThreads);
     if (state.thread_index() != 0) {
         return;
     }
-    // The end of the timed loop waits for every thread, so all lines have been produced.
+    // The end of the timed loop waits for every thread, so all lines have been produced: as many on
+    // each thread as on this one (the iteration count is fixed).
+    g_run.produced += static_cast<uint64_t>(state.threads()) * static_cast<uint64_t>(seq);
     lib.drainAndStop();
     const Clock::duration elapsed = Clock::now() - g_run.started;
     g_run.quiet.reset();
