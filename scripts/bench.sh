@@ -3,8 +3,9 @@
 # writes bench/RESULTS.md with its chart bench/results.png: per workload of bench/workloads.txt our
 # figure, each peer's and the ratio, all from this one run. Not part of the test run.
 #
-# Without arguments each case runs three times (the report takes medians), since the machine is
-# usually shared. Arguments replace that and go to every benchmark binary (e.g.
+# Without arguments each case runs three times, the repetitions of a binary's cases shuffled
+# together so that a burst of load from elsewhere hits ours and the peer's alike (the report takes
+# medians), since the machine is usually shared. Arguments replace that and go to every benchmark binary (e.g.
 # --benchmark_filter=Parse); such a partial run writes its report to build-bench/results/ and
 # leaves the committed one alone.
 set -euo pipefail
@@ -20,7 +21,8 @@ report=bench/RESULTS.md
 if [ $# -gt 0 ]; then
   report=$out/RESULTS.md
 else
-  set -- --benchmark_repetitions=3 --benchmark_display_aggregates_only=true
+  set -- --benchmark_repetitions=3 --benchmark_enable_random_interleaving=true \
+    --benchmark_display_aggregates_only=true
 fi
 
 failed=()
