@@ -27,3 +27,4 @@ run_suite build-asan -DKRV_SANITIZE=ON
 run_suite build-tsan -DKRV_SANITIZE_THREAD=ON
 bash scripts/fuzz.sh
 echo "all test passes done in $((SECONDS - started)) s"
+bash scripts/bench-smoke.sh  # benchmarks built and run once on small cases, so they never rot

@@ -1,10 +1,13 @@
 // Bounded copy and format functions; see krv_bounded.h for the contract.
 #include "osal/krv_bounded.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <type_traits>
 
 namespace krv {
 namespace {
@@ -24,6 +27,139 @@ bool Overlaps(const void *a, size_t aLen, const void *b, size_t bLen)
 bool DestUsable(const char *dest, size_t destMax)
 {
     return dest != nullptr && destMax != 0 && destMax <= kRsizeMax;
+}
+
+// FormatPlain's results besides a length.
+constexpr int kPlainTooLong = -1;
+constexpr int kPlainUnsupported = -2;
+
+enum class IntSize { kInt, kLong, kLongLong, kSize };
+
+// The value of the next integer argument of the given size, widened; signed ones sign-extended.
+int64_t SignedArg(va_list *args, IntSize size)
+{
+    switch (size) {
+        case IntSize::kLong: return va_arg(*args, long);
+        case IntSize::kLongLong: return va_arg(*args, long long);
+        case IntSize::kSize: return va_arg(*args, std::make_signed_t<size_t>);
+        default: return va_arg(*args, int);
+    }
+}
+
+uint64_t UnsignedArg(va_list *args, IntSize size)
+{
+    switch (size) {
+        case IntSize::kLong: return va_arg(*args, unsigned long);
+        case IntSize::kLongLong: return va_arg(*args, unsigned long long);
+        case IntSize::kSize: return va_arg(*args, size_t);
+        default: return va_arg(*args, unsigned int);
+    }
+}
+
+// Writes value's digits so that they end just before end; returns where they begin. The base is a
+// constant so that no digit costs a divide instruction.
+template <unsigned kBase>
+char *DigitsBefore(char *end, uint64_t value, bool upper)
+{
+    const char *digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
+    do {
+        *--end = digits[value % kBase];
+        value /= kBase;
+    } while (value != 0);
+    return end;
+}
+
+// Formats fmt into dest (room for limit characters and a terminator) for the conversions that
+// diagnostics use most, without the C library's stream set-up, which costs more than the text:
+// %%, %s (not null), %c, %d, %i, %u, %x and %X, the integer ones optionally with l, ll or z, and no
+// flags, width or precision. Returns the length, kPlainTooLong when the text exceeds limit, or
+// kPlainUnsupported at any other conversion, leaving that to vsnprintf. For what it accepts the text
+// is the C library's byte for byte.
+int FormatPlain(char *dest, size_t limit, const char *fmt, va_list *args)
+{
+    limit = std::min<size_t>(limit, INT_MAX);  // vsnprintf cannot report longer results either
+    size_t used = 0;
+    auto put = [dest, limit, &used](const char *text, size_t len) {
+        if (len > limit - used) {
+            return false;
+        }
+        std::memcpy(dest + used, text, len);
+        used += len;
+        return true;
+    };
+    for (const char *p = fmt; *p != '\0';) {
+        if (*p != '%') {
+            const char *literal = p;
+            p = strchrnul(p, '%');
+            if (!put(literal, static_cast<size_t>(p - literal))) {
+                return kPlainTooLong;
+            }
+            continue;
+        }
+        ++p;
+        IntSize size = IntSize::kInt;
+        if (*p == 'l') {
+            size = p[1] == 'l' ? IntSize::kLongLong : IntSize::kLong;
+            p += size == IntSize::kLongLong ? 2 : 1;
+        } else if (*p == 'z') {
+            size = IntSize::kSize;
+            ++p;
+        }
+        char number[24];  // the 20 digits of 2^64 - 1, or a sign and 19 digits
+        char *const numberEnd = number + sizeof(number);
+        const char *text = number;
+        size_t len = 0;
+        const char conversion = *p++;
+        if (size != IntSize::kInt && std::strchr("diuxX", conversion) == nullptr) {
+            return kPlainUnsupported;  // also a '%' that ends the format
+        }
+        switch (conversion) {
+            case '%':
+                text = "%";
+                len = 1;
+                break;
+            case 's':
+                text = va_arg(*args, const char *);
+                if (text == nullptr) {
+                    return kPlainUnsupported;  // the C library's own placeholder
+                }
+                len = std::strlen(text);
+                break;
+            case 'c':
+                number[0] = static_cast<char>(va_arg(*args, int));
+                len = 1;
+                break;
+            case 'd':
+            case 'i': {
+                int64_t value = SignedArg(args, size);
+                uint64_t magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+                char *begin = DigitsBefore<10>(numberEnd, magnitude, false);
+                if (value < 0) {
+                    *--begin = '-';
+                }
+                text = begin;
+                len = static_cast<size_t>(numberEnd - begin);
+                break;
+            }
+            case 'u':
+            case 'x':
+            case 'X': {
+                const uint64_t value = UnsignedArg(args, size);
+                char *begin = conversion == 'u' ? DigitsBefore<10>(numberEnd, value, false)
+                                                : DigitsBefore<16>(numberEnd, value, conversion == 'X');
+                text = begin;
+                len = static_cast<size_t>(numberEnd - begin);
+                break;
+            }
+            default:
+                return kPlainUnsupported;
+        }
+        if (!put(text, len)) {
+            return kPlainTooLong;
+        }
+    }
+    dest[used] = '\0';
+    return static_cast<int>(used);
 }
 
 }  // namespace
@@ -118,7 +254,13 @@ int vsnprintf_s(char *dest, size_t destMax, size_t count, const char *fmt, va_li
         dest[0] = '\0';
         return -1;
     }
-    int len = std::vsnprintf(dest, destMax, fmt, args);
+    va_list plainArgs;
+    va_copy(plainArgs, args);
+    int len = FormatPlain(dest, std::min(destMax - 1, count), fmt, &plainArgs);
+    va_end(plainArgs);
+    if (len == kPlainUnsupported) {
+        len = std::vsnprintf(dest, destMax, fmt, args);
+    }
     if (len < 0 || static_cast<size_t>(len) >= destMax || static_cast<size_t>(len) > count) {
         dest[0] = '\0';
         return -1;

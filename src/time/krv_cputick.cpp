@@ -9,10 +9,6 @@
 #include "osal/krv_bounded.h"
 #include "time/krv_cputick_internal.h"
 
-#if defined(__x86_64__) || defined(__i386__)
-#include <x86intrin.h>
-#endif
-
 namespace {
 
 constexpr char kKrvSource[] = "krv_cputick";
@@ -21,7 +17,6 @@ constexpr uint32_t kMsBaseProductLimit = 42949672u;
 
 std::atomic<KrvCpuTickState *> g_state{nullptr};
 uint32_t g_refCount = 0;  // init and fini run from one thread at a time
-std::atomic<KrvCpuTickGetFunc> g_readFunc{nullptr};
 
 // Unpublishes and frees the state (or one that failed its checks before being published).
 void StateFree(KrvCpuTickState *state)
@@ -33,6 +28,8 @@ void StateFree(KrvCpuTickState *state)
 }  // namespace
 
 namespace krv::cputick {
+
+std::atomic<KrvCpuTickGetFunc> g_readFunc{nullptr};
 
 const KrvCpuTickState *StateGet()
 {
@@ -95,15 +92,7 @@ void KRV_CpuTickFini(void)
 /* One indirect call or one unserialised counter read: callers stamp hot paths with it. */
 uint64_t KRV_CpuTickGet(void)
 {
-    KrvCpuTickGetFunc func = g_readFunc.load(std::memory_order_acquire);
-    if (func != nullptr) {
-        return func();
-    }
-#if defined(__x86_64__) || defined(__i386__)
-    return __rdtsc();
-#else
-    return 0;  // no time-stamp counter: such platforms register a read function first
-#endif
+    return krv::cputick::TickRead();
 }
 
 uint32_t KRV_CpuTickGetFuncReg(KrvCpuTickGetFunc func)
@@ -113,7 +102,7 @@ uint32_t KRV_CpuTickGetFuncReg(KrvCpuTickGetFunc func)
         return KRV_ERR_INVALID;
     }
     KrvCpuTickGetFunc expected = nullptr;
-    if (!g_readFunc.compare_exchange_strong(expected, func, std::memory_order_acq_rel)) {
+    if (!krv::cputick::g_readFunc.compare_exchange_strong(expected, func, std::memory_order_acq_rel)) {
         KRV_DIAG(KRV_ERR_REGISTERED, "cputick get func is already registered");
         return KRV_ERR_REGISTERED;
     }
@@ -122,7 +111,7 @@ uint32_t KRV_CpuTickGetFuncReg(KrvCpuTickGetFunc func)
 
 KrvCpuTickGetFunc KRV_CpuTickGetFuncGet(void)
 {
-    return g_readFunc.load(std::memory_order_acquire);
+    return krv::cputick::g_readFunc.load(std::memory_order_acquire);
 }
 
 }  // extern "C"

@@ -2,8 +2,15 @@
 #ifndef KRV_CPUTICK_INTERNAL_H
 #define KRV_CPUTICK_INTERNAL_H
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
+
+#include "krv_cputick.h"
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <x86intrin.h>
+#endif
 
 // The process-wide tick state, created by the first KRV_CpuTickInit.
 struct KrvCpuTickState {
@@ -23,6 +30,24 @@ constexpr uint32_t kJiffyMs = 10;
 
 // The live state, or null before the first init and after the last fini.
 const KrvCpuTickState *StateGet();
+
+// The function registered with KRV_CpuTickGetFuncReg, or null.
+extern std::atomic<KrvCpuTickGetFunc> g_readFunc;
+
+// KRV_CpuTickGet itself: one indirect call or one unserialised counter read. Inline so that the
+// library's own hot readers (the lock-free clock) skip the exported call's indirection.
+inline uint64_t TickRead()
+{
+    KrvCpuTickGetFunc func = g_readFunc.load(std::memory_order_acquire);
+    if (func != nullptr) {
+        return func();
+    }
+#if defined(__x86_64__) || defined(__i386__)
+    return __rdtsc();
+#else
+    return 0;  // no time-stamp counter: such platforms register a read function first
+#endif
+}
 
 // Reads the tick base from a processor description in /proc/cpuinfo's format: the first "cpu MHz"
 // line within 25 lines. Returns true with *base set (which may be 0) when such a line was found.

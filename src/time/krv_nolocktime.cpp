@@ -12,7 +12,9 @@
 #include "krv_status.h"
 #include "log/krv_diag.h"
 #include "time/krv_nolocktime_carry.h"
+#include "time/krv_cputick_internal.h"
 #include "time/krv_nolocktime_internal.h"
+#include "util/krv_arith_divider.h"
 
 namespace {
 
@@ -30,6 +32,9 @@ pthread_t g_updater;      // under g_lifecycleLock, valid while g_refCount > 0
 std::atomic<uint32_t> g_running{0};
 // Set once the first snapshot is published and the CPU tick is held; cleared by the last fini.
 std::atomic<bool> g_ready{false};
+// KRV_CpuTick2Ms's division by the ticks per millisecond, prepared before g_ready is set: the held CPU
+// tick state keeps its base until the last fini, and a divide instruction is most of a read's arithmetic.
+krv::Divider64By32 g_perMs;
 
 // Publishes the local time of time(NULL) with the CPU tick read right after it; returns 0, or 1
 // when the time cannot be broken down (nothing published). One caller at a time: the first init,
@@ -108,6 +113,7 @@ uint32_t KRV_NolockTimeInit(void)
         KRV_CpuTickFini();
         return KRV_ERR_FAILED;
     }
+    g_perMs = krv::Divider64By32::Make(krv::cputick::StateGet()->cpuTick2msBase);
     g_ready.store(true, std::memory_order_release);
     ++g_refCount;
     return KRV_OK;
@@ -141,13 +147,8 @@ uint32_t KRV_LmtTimeGetNoLock(KrvDateTime *date)
     g_store.Read(&snapTick, &snap);
     // A counter reading below the snapshot's (an unsynchronised core, a registered read function)
     // counts as no time elapsed rather than as a wrapped, centuries-long interval.
-    uint64_t now = KRV_CpuTickGet();
+    uint64_t now = krv::cputick::TickRead();
     uint64_t ticks = now > snapTick ? now - snapTick : 0;
-    uint64_t elapsedMs = 0;
-    uint32_t ret = KRV_CpuTick2Ms(&ticks, &elapsedMs);
-    if (ret != KRV_OK) {
-        return ret;
-    }
-    krv::nolocktime::KrvNolockDateCarry(snap, elapsedMs, date);
+    krv::nolocktime::KrvNolockDateCarry(snap, g_perMs.Divide(ticks), date);
     return KRV_OK;
 }

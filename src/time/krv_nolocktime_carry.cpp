@@ -12,7 +12,9 @@ namespace {
 
 constexpr uint64_t kLongestMonthDays = 31;
 
-// Moves the snapshot's date on by daysCarried (at least 1) through its day of the year.
+}  // namespace
+
+// Walks through the snapshot's day of the year.
 void KrvNolockDaysCarry(const struct tm &snap, uint64_t daysCarried, KrvDateTime *date)
 {
     uint32_t year = static_cast<uint32_t>(snap.tm_year) + kTmYearBase;
@@ -45,36 +47,6 @@ void KrvNolockDaysCarry(const struct tm &snap, uint64_t daysCarried, KrvDateTime
     date->year = static_cast<uint16_t>(year);
     date->month = static_cast<uint8_t>(month);
     date->day = static_cast<uint8_t>(days);
-}
-
-}  // namespace
-
-void KrvNolockDateCarry(const struct tm &snap, uint64_t elapsedMs, KrvDateTime *date)
-{
-    uint64_t seconds = static_cast<uint64_t>(snap.tm_sec) + elapsedMs / kMsPerSecond;
-    uint64_t minutes = static_cast<uint64_t>(snap.tm_min);
-    uint64_t hours = static_cast<uint64_t>(snap.tm_hour);
-    // Snapshots are at most a few seconds old, so usually nothing carries past the seconds.
-    if (seconds >= kSecondsPerMinute) {
-        minutes += seconds / kSecondsPerMinute;
-        seconds %= kSecondsPerMinute;
-        hours += minutes / kMinutesPerHour;
-        minutes %= kMinutesPerHour;
-    }
-    if (hours < kHoursPerDay) {
-        // Still the snapshot's day, which is what the walk through the year would give back.
-        date->year = static_cast<uint16_t>(static_cast<uint32_t>(snap.tm_year) + kTmYearBase);
-        date->month = static_cast<uint8_t>(snap.tm_mon + 1);
-        date->day = static_cast<uint8_t>(snap.tm_mday);
-    } else {
-        KrvNolockDaysCarry(snap, hours / kHoursPerDay, date);
-        hours %= kHoursPerDay;
-    }
-    date->hour = static_cast<uint8_t>(hours);
-    date->minute = static_cast<uint8_t>(minutes);
-    date->second = static_cast<uint8_t>(seconds);
-    date->millisecond = static_cast<uint32_t>(elapsedMs % kMsPerSecond);
-    date->microsecond = 0;
 }
 
 }  // namespace krv::nolocktime

@@ -9,6 +9,7 @@
 #include "krv_status.h"
 #include "log/krv_diag.h"
 #include "osal/krv_bounded.h"
+#include "time/krv_cputick_internal.h"
 #include "util/krv_arith_divider.h"
 
 namespace {
@@ -43,7 +44,7 @@ uint32_t TickRead(const KrvTickCtrl *ctrl, uint64_t *tick)
 {
     uint64_t reference = Load(ctrl->reference);
     uint64_t accumulated = Load(ctrl->accumulated);
-    uint64_t now = KRV_CpuTickGet();
+    uint64_t now = krv::cputick::TickRead();  // inline: pools stamp every unit twice per pair
     if (reference > now) {
         return KRV_ERR_INVALID;
     }

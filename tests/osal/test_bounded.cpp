@@ -2,7 +2,9 @@
 // not fit is refused whole, leaves no partial text behind, and nothing past the capacity is written.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -50,6 +52,47 @@ TEST(Bounded, EveryFunctionFitsOrFailsWholeWithinItsCapacity)
         EXPECT_EQ(cases[i].after, std::string(bytes, cases[i].after.size())) << "case " << i;
         EXPECT_EQ(std::string(8, '#'), std::string(bytes + kCap, 8)) << "case " << i << " wrote past the capacity";
     }
+}
+
+// Formats through snprintf_s at every capacity and count around the text's length and expects the C
+// library's text whenever it fits, and -1 with an empty destination whenever it does not.
+template <typename... Args>
+void ExpectLibcText(const char *fmt, Args... args)
+{
+    char expected[256];
+    const int full = std::snprintf(expected, sizeof(expected), fmt, args...);
+    ASSERT_GE(full, 0) << fmt;
+    const auto fullLen = static_cast<size_t>(full);
+    for (size_t destMax = 1; destMax <= fullLen + 2; ++destMax) {
+        for (size_t count : {fullLen - 1, fullLen, destMax}) {
+            char out[256];
+            std::memset(out, '#', sizeof(out));
+            const int len = krv::snprintf_s(out, destMax, count, fmt, args...);
+            const bool fits = fullLen < destMax && fullLen <= count;
+            ASSERT_EQ(fits ? full : -1, len) << fmt << " destMax " << destMax << " count " << count;
+            EXPECT_EQ(fits ? std::string(expected, fullLen + 1) : std::string(1, '\0'),
+                      std::string(out, fits ? fullLen + 1 : 1)) << fmt << " destMax " << destMax;
+            EXPECT_EQ('#', out[destMax]) << fmt << " wrote past destMax " << destMax;
+        }
+    }
+}
+
+TEST(Bounded, FormatGivesTheCLibrarysTextForEveryConversion)
+{
+    // The conversions formatted without the C library, at their extremes.
+    ExpectLibcText("plain text, 100%% sure");
+    ExpectLibcText("%d|%i|%d|%d", INT_MIN, INT_MAX, 0, -1);
+    ExpectLibcText("%u %x %X", UINT_MAX, 0xDEADBEEFu, 0xABCDEFu);
+    ExpectLibcText("%ld %lu %lx", LONG_MIN, ULONG_MAX, 0x7FFFFFFFFFFFFFFFul);
+    ExpectLibcText("%lld %llu %llX %lli", LLONG_MIN, ULLONG_MAX, 0x123456789ABCull, -42ll);
+    ExpectLibcText("%zu %zx %zd", SIZE_MAX, size_t{48879}, static_cast<ssize_t>(-5));
+    ExpectLibcText("[%s][%u][0x%x][%s:%u]%s", "2024.01.01", 4u, 0u, "krv_json", 82u, "valueType match failed");
+    ExpectLibcText("%s%c%s|%c", "", 'A', "tail", '\0');
+    // Everything else goes to the C library, as before.
+    ExpectLibcText("%5d|%-4s|%05x|%.3s|%+d", 42, "ab", 255u, "abcdef", 7);
+    ExpectLibcText("%.2f %e %g %o %p", 2.5, 1e10, 0.1, 8u, static_cast<void *>(nullptr));
+    ExpectLibcText("%hd %hhu %lc %jd", 70000, 300, L'x', intmax_t{-9});
+    ExpectLibcText("%s|%d", static_cast<const char *>(nullptr), 3);
 }
 
 TEST(Bounded, ScanAcceptsOnlyNumericConversions)
