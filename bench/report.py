@@ -18,6 +18,9 @@ import subprocess
 import sys
 
 TABLE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "workloads.txt")
+# Why a target is missed, measured and written down by hand: "## <section>: <workload>" headings,
+# each followed by its explanation. The report quotes the ones whose target this run missed.
+MISSES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "misses.md")
 TIME_UNITS_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 # Lines of bench_array's peak-memory report: library, input, megabytes, then three figures in MiB
 # (input and output only, with the sort, difference).
@@ -211,6 +214,18 @@ class Outcome:
         return None
 
 
+def read_misses(path):
+    explained, key = {}, None
+    with open(path, encoding="utf-8") as text:
+        for line in text:
+            if line.startswith("## "):
+                key = line[3:].strip()
+                explained[key] = []
+            elif key is not None:
+                explained[key].append(line.rstrip("\n"))
+    return {key: " ".join(body).strip() for key, body in explained.items()}
+
+
 def machine(tree):
     model = "unknown processor"
     with open("/proc/cpuinfo", encoding="utf-8") as cpuinfo:
@@ -342,6 +357,15 @@ def write_report(outcomes, results, args):
             show_ratio(checked) if outcome.row.target_peer else show(checked, outcome.row.measure))
         lines.append(f"| {outcome.row.section}: {outcome.row.workload} | {outcome.target_text()} | {shown} |"
                      f" {outcome.status} |")
+    missed = [o for o in outcomes if o.status == "**missed**"]
+    if missed:
+        explained = read_misses(MISSES)
+        lines += ["", "### Why targets are missed", "",
+                  "Measured when the miss was analysed ([misses.md](misses.md)); the figures in the table"
+                  " above are this run's."]
+        for outcome in missed:
+            key = f"{outcome.row.section}: {outcome.row.workload}"
+            lines += ["", f"**{key}.** " + explained.get(key, "Not analysed yet.")]
     section = None
     for outcome in outcomes:
         row = outcome.row
