@@ -2,6 +2,7 @@
 // counting, the module registry, routing by tag, the line format, and allocation failures.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -20,7 +21,8 @@ constexpr uint32_t kModule = KRV_LOG_MODE_MODULE, kFile = KRV_LOG_MODE_FILE, kSt
 KrvLogOpsCfg Cfg(const char *appId, const char *logDir, uint32_t mode, uint32_t size = 5120, uint32_t level = 2)
 {
     KrvLogOpsCfg cfg = {"", logDir, mode, size, level};
-    std::strncpy(cfg.appId, appId, sizeof(cfg.appId));
+    // Unterminated when the name fills the field, as a caller's record may be.
+    std::memcpy(cfg.appId, appId, std::min(std::strlen(appId), sizeof(cfg.appId)));
     return cfg;
 }
 
