@@ -6,6 +6,7 @@
 # Afterwards one line per target gives its executions, coverage (cov: edges, ft: features) and corpus.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/two-at-a-time.sh
 bash scripts/deps.sh clang libclang-rt-14-dev
 seconds=${KRV_FUZZ_SECONDS:-20}
 dir=${KRV_FUZZ_BUILD_DIR:-build-fuzz}
@@ -36,20 +37,7 @@ for src in fuzz/*_fuzz.cpp; do
   targets+=("${name%_fuzz.cpp}")
 done
 failed=()
-pids=()
-names=()
-for target in "${targets[@]}"; do
-  run_target "$target" &
-  pids+=($!)
-  names+=("$target")
-  if [ ${#pids[@]} -eq 2 ] || [ "$target" = "${targets[-1]}" ]; then
-    for i in "${!pids[@]}"; do
-      wait "${pids[$i]}" || failed+=("${names[$i]}")
-    done
-    pids=()
-    names=()
-  fi
-done
+two_at_a_time run_target "${targets[@]}"
 
 for target in "${targets[@]}"; do
   log=$dir/$target.log

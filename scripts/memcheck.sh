@@ -5,6 +5,7 @@
 # code some 20 to 50 times slower. Not part of scripts/test.sh.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/two-at-a-time.sh
 bash scripts/deps.sh valgrind
 dir=build
 cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=Debug -DKRV_WERROR=ON >/dev/null
@@ -28,20 +29,7 @@ for bin in "$dir"/tests/*; do
   [ -f "$bin" ] && [ -x "$bin" ] && bins+=("$bin")
 done
 failed=()
-pids=()
-names=()
-for bin in "${bins[@]}"; do
-  check "$bin" &
-  pids+=($!)
-  names+=("$(basename "$bin")")
-  if [ ${#pids[@]} -eq 2 ] || [ "$bin" = "${bins[-1]}" ]; then
-    for i in "${!pids[@]}"; do
-      wait "${pids[$i]}" || failed+=("${names[$i]}")
-    done
-    pids=()
-    names=()
-  fi
-done
+two_at_a_time check "${bins[@]}"
 
 for bin in "${bins[@]}"; do
   name=$(basename "$bin")
