@@ -69,22 +69,6 @@ struct Quiet {
     ~Quiet() { KRV_LogHookUnReg(); }
 };
 
-bool WaitFor(const std::function<bool()> &cond)
-{
-    for (int i = 0; i < 2000 && !cond(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return cond();
-}
-
-// The threads of this process once any helper thread of the runtime (ThreadSanitizer starts one with
-// the first thread) is up, so that the count returns to it when the library's threads end.
-size_t SettledThreadCount()
-{
-    std::thread([] {}).join();
-    return krvtest::ThreadCount();
-}
-
 std::string ReadAll(const std::string &dir)
 {
     std::string text;
@@ -111,13 +95,13 @@ void ExpectTimerFires(KrvRelTmrPool *pool)
     const int before = g_fired;
     const KrvRelTmrFuncInfo info = {Fire, 0, 0};
     ASSERT_EQ(KRV_CallBackRelTimerStart(nullptr, pool, 10, KRV_RELTMR_MODE_ONESHOT, &info), 0u);
-    EXPECT_TRUE(WaitFor([before] { return g_fired > before; }));
+    EXPECT_TRUE(krvtest::WaitFor([before] { return g_fired > before; }));
 }
 
 TEST(InitFailures, RelativeTimerModulePoolAndGroup)
 {
     Quiet quiet;
-    const size_t threads = SettledThreadCount();
+    const size_t threads = krvtest::SettledThreadCount();
     // The first pool creates the module and its trigger thread.
     auto firstPool = [&](uint32_t rc, unsigned n) {
         static KrvRelTmrPool *pool;
@@ -126,7 +110,7 @@ TEST(InitFailures, RelativeTimerModulePoolAndGroup)
             return;
         }
         EXPECT_TRUE(rc == KRV_ERR_NOMEM || rc == KRV_ERR_FAILED) << rc;
-        EXPECT_TRUE(WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
+        EXPECT_TRUE(krvtest::WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
         pool = nullptr;
         ASSERT_EQ(KRV_RelTimerInit(4, &pool), 0u);
         ExpectTimerFires(pool);
@@ -157,12 +141,12 @@ TEST(InitFailures, RelativeTimerModulePoolAndGroup)
     ASSERT_NE(grp, nullptr);
     const int before = g_fired;
     EXPECT_EQ(KRV_RelTimerofGrpStart(grp, 2, 10, 0, KRV_RELTMR_MODE_ONESHOT), 0u);
-    EXPECT_TRUE(WaitFor([before] { return g_fired > before; }));
+    EXPECT_TRUE(krvtest::WaitFor([before] { return g_fired > before; }));
     EXPECT_EQ(second->grpCount, 1u) << "a refused group is not counted";
     EXPECT_EQ(KRV_RelTimerGrpFree(grp), 0u);
     EXPECT_EQ(KRV_RelTimerFini(second), 0u);
     EXPECT_EQ(KRV_RelTimerFini(pool), 0u);
-    EXPECT_TRUE(WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
+    EXPECT_TRUE(krvtest::WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
 }
 
 // --- log backend and logging lifecycle ---
@@ -200,7 +184,7 @@ TEST(InitFailures, LogBackendInEmptyAndPopulatedDirectories)
         };
         reset();
         const KrvLogOpsCfg cfg = FileCfg(tmp.Path());
-        const size_t threads = SettledThreadCount();
+        const size_t threads = krvtest::SettledThreadCount();
         krvtest::StdoutCapture quiet;
         const unsigned points = SweepAllocations([&] { return KRV_LogOpsInit(&cfg); }, [&](uint32_t rc, unsigned n) {
             SCOPED_TRACE(n);
@@ -225,7 +209,7 @@ TEST(InitFailures, LogBackendInEmptyAndPopulatedDirectories)
         ExpectBackendWrites(app, -1);
         KRV_LogOpsFini();
         krvtest::CloseFilesUnder(tmp.Path());
-        EXPECT_TRUE(WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
+        EXPECT_TRUE(krvtest::WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
     }
 }
 
@@ -319,7 +303,7 @@ TEST(InitFailures, MemoryPoolsAndTheSystemTick)
 TEST(InitFailures, LockFreeTime)
 {
     Quiet quiet;
-    const size_t threads = SettledThreadCount();
+    const size_t threads = krvtest::SettledThreadCount();
     KrvDateTime date{};
     uint32_t base = 0;
     auto works = [&] {
@@ -328,7 +312,7 @@ TEST(InitFailures, LockFreeTime)
         KRV_NolockTimeFini();
         EXPECT_EQ(KRV_LmtTimeGetNoLock(&date), KRV_ERR_NOT_INIT);
         EXPECT_EQ(KRV_CpuTickBaseGet(&base), KRV_ERR_NOT_INIT) << "the CPU tick is released with the clock";
-        EXPECT_TRUE(WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
+        EXPECT_TRUE(krvtest::WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
     };
     auto check = [&](uint32_t rc, unsigned n) {
         SCOPED_TRACE(n);

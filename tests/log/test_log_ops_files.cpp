@@ -84,15 +84,10 @@ protected:
         return all;
     }
 
-    // Polls for up to 10 s for text in any file: the writer sleeps 50 ms when idle.
+    // Polls for text in any file: the writer sleeps 50 ms when idle.
     bool Written(const std::string &text) const
     {
-        for (int i = 0; i < 1000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
-            if (All().find(text) != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
+        return krvtest::WaitFor([&] { return All().find(text) != std::string::npos; });
     }
 
     // Logs "line NNN <pad>": 205 bytes with stamp and frame, so eight fit in 1706.
