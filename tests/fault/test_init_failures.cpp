@@ -12,7 +12,6 @@
 #include <fstream>
 #include <functional>
 #include <set>
-#include <sstream>
 #include <string>
 #include <thread>
 
@@ -68,21 +67,6 @@ struct Quiet {
     Quiet() { EXPECT_EQ(KRV_LogHookReg(Ignore), 0u); }
     ~Quiet() { KRV_LogHookUnReg(); }
 };
-
-std::string ReadAll(const std::string &dir)
-{
-    std::string text;
-    std::error_code ignored;
-    for (const auto &entry : fs::recursive_directory_iterator(dir, ignored)) {
-        if (entry.is_regular_file()) {
-            std::ifstream in(entry.path(), std::ios::binary);
-            std::stringstream s;
-            s << in.rdbuf();
-            text += s.str();
-        }
-    }
-    return text;
-}
 
 // --- timers ---
 
@@ -163,7 +147,7 @@ void ExpectBackendWrites(const std::string &dir, int n)
     const std::string line = "written " + std::to_string(n);
     KRV_LogWrite(1, 2, "fault", 7, "%s", line.c_str());
     EXPECT_EQ(KRV_LogOpsFlush(10000), 0u);
-    EXPECT_NE(ReadAll(dir).find(line + "\n"), std::string::npos) << line;
+    EXPECT_NE(krvtest::ReadAll(dir).find(line + "\n"), std::string::npos) << line;
 }
 
 TEST(InitFailures, LogBackendInEmptyAndPopulatedDirectories)
@@ -223,7 +207,7 @@ TEST(InitFailures, LoggingLifecycle)
         ASSERT_NE(logger, nullptr);
         logger->LogError("fault.cpp", 1) << "line " << n;
         EXPECT_EQ(KRV_LogOpsFlush(10000), 0u);
-        EXPECT_NE(ReadAll(tmp.Path()).find("line " + std::to_string(n) + "\n"), std::string::npos);
+        EXPECT_NE(krvtest::ReadAll(tmp.Path()).find("line " + std::to_string(n) + "\n"), std::string::npos);
         logger->Destroy();
         Hok::Log::FiniLogging();
         EXPECT_FALSE(Hok::Log::IsLogInited());

@@ -12,8 +12,8 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <mutex>
-#include <sstream>
 #include <thread>
 
 #include "krv_log.h"
@@ -40,11 +40,9 @@ std::string StdoutCapture::Finish()
     dup2(savedFd_, STDOUT_FILENO);
     close(savedFd_);
     savedFd_ = -1;
-    std::ifstream in(path_, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
+    std::string text = ReadFile(path_);
     std::remove(path_.c_str());
-    return text.str();
+    return text;
 }
 
 StdoutCapture::~StdoutCapture()
@@ -119,6 +117,29 @@ TempDir::~TempDir()
     std::filesystem::remove_all(path_, ignored);
 }
 
+std::string ReadFile(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+std::string ReadAll(const std::string &dir)
+{
+    std::vector<std::filesystem::path> files;
+    std::error_code ignored;
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(dir, ignored)) {
+        if (entry.is_regular_file()) {
+            files.push_back(entry.path());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    std::string text;
+    for (const auto &file : files) {
+        text += ReadFile(file);
+    }
+    return text;
+}
+
 std::vector<std::string> CloseFilesUnder(const std::string &dir)
 {
     std::vector<std::pair<int, std::string>> open;
@@ -180,6 +201,14 @@ bool WaitFor(const std::function<bool()> &cond, std::chrono::milliseconds limit)
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return true;
+}
+
+std::string DateText(const KrvDateTime &d)
+{
+    char text[64];
+    std::snprintf(text, sizeof(text), "%04u-%02u-%02u %02u:%02u:%02u.%03u.%u", d.year, d.month, d.day, d.hour, d.minute,
+                  d.second, d.millisecond, d.microsecond);
+    return text;
 }
 
 int64_t FieldsMs(const KrvDateTime &d)

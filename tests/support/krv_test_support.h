@@ -63,6 +63,12 @@ private:
     std::string path_;
 };
 
+// A file's bytes ("" when it cannot be read).
+std::string ReadFile(const std::string &path);
+
+// The bytes of every regular file below dir, at any depth, concatenated in path order.
+std::string ReadAll(const std::string &dir);
+
 // Closes every descriptor of this process that is open on a file below dir and returns the paths
 // it closed, in descriptor order. The log backend leaves its current file open when it stops.
 std::vector<std::string> CloseFilesUnder(const std::string &dir);
@@ -112,6 +118,9 @@ size_t SettledThreadCount();
 // Polls cond every 2 ms until it holds or the limit (generous: CI runs sanitizer builds on 2 cores)
 // passes; returns its last value.
 bool WaitFor(const std::function<bool()> &cond, std::chrono::milliseconds limit = std::chrono::seconds(20));
+
+// A date as "YYYY-MM-DD hh:mm:ss.mmm.u" (every field, unchecked).
+std::string DateText(const KrvDateTime &d);
 
 // A date's broken-down fields read as if they were UTC, in milliseconds.
 int64_t FieldsMs(const KrvDateTime &d);
