@@ -33,7 +33,7 @@ TEST(EnoCode, TranslationAndAccessors)
         uint32_t expected = (err >= 1 && err <= 57 && err != 41) ? err : (err >= 59 && err <= 124) ? err - 1 : 255;
         EXPECT_EQ(expected, KRV_OsalEnoTransfer(err)) << err;
     }
-    EXPECT_EQ(255u, KRV_OsalEnoTransfer(0x100000001LL));  // not truncated to 1
+    EXPECT_EQ(KRV_ERR_UNKNOWN, KRV_OsalEnoTransfer(0x100000001LL));  // not truncated to 1
     EXPECT_EQ(42u, KRV_EnoErrorModuleGet(0x12A05));
     EXPECT_EQ(5u, KRV_EnoErrorCodeGet(0x12A05));
     EXPECT_FALSE(KRV_EnoErrorCodeCheck(0x12A05, 42, 5));

@@ -12,7 +12,6 @@
 #include <fstream>
 #include <functional>
 #include <set>
-#include <sstream>
 #include <string>
 #include <thread>
 
@@ -69,37 +68,6 @@ struct Quiet {
     ~Quiet() { KRV_LogHookUnReg(); }
 };
 
-bool WaitFor(const std::function<bool()> &cond)
-{
-    for (int i = 0; i < 2000 && !cond(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return cond();
-}
-
-// The threads of this process once any helper thread of the runtime (ThreadSanitizer starts one with
-// the first thread) is up, so that the count returns to it when the library's threads end.
-size_t SettledThreadCount()
-{
-    std::thread([] {}).join();
-    return krvtest::ThreadCount();
-}
-
-std::string ReadAll(const std::string &dir)
-{
-    std::string text;
-    std::error_code ignored;
-    for (const auto &entry : fs::recursive_directory_iterator(dir, ignored)) {
-        if (entry.is_regular_file()) {
-            std::ifstream in(entry.path(), std::ios::binary);
-            std::stringstream s;
-            s << in.rdbuf();
-            text += s.str();
-        }
-    }
-    return text;
-}
-
 // --- timers ---
 
 std::atomic<int> g_fired{0};
@@ -111,13 +79,13 @@ void ExpectTimerFires(KrvRelTmrPool *pool)
     const int before = g_fired;
     const KrvRelTmrFuncInfo info = {Fire, 0, 0};
     ASSERT_EQ(KRV_CallBackRelTimerStart(nullptr, pool, 10, KRV_RELTMR_MODE_ONESHOT, &info), 0u);
-    EXPECT_TRUE(WaitFor([before] { return g_fired > before; }));
+    EXPECT_TRUE(krvtest::WaitFor([before] { return g_fired > before; }));
 }
 
 TEST(InitFailures, RelativeTimerModulePoolAndGroup)
 {
     Quiet quiet;
-    const size_t threads = SettledThreadCount();
+    const size_t threads = krvtest::SettledThreadCount();
     // The first pool creates the module and its trigger thread.
     auto firstPool = [&](uint32_t rc, unsigned n) {
         static KrvRelTmrPool *pool;
@@ -126,7 +94,7 @@ TEST(InitFailures, RelativeTimerModulePoolAndGroup)
             return;
         }
         EXPECT_TRUE(rc == KRV_ERR_NOMEM || rc == KRV_ERR_FAILED) << rc;
-        EXPECT_TRUE(WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
+        EXPECT_TRUE(krvtest::WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
         pool = nullptr;
         ASSERT_EQ(KRV_RelTimerInit(4, &pool), 0u);
         ExpectTimerFires(pool);
@@ -157,12 +125,12 @@ TEST(InitFailures, RelativeTimerModulePoolAndGroup)
     ASSERT_NE(grp, nullptr);
     const int before = g_fired;
     EXPECT_EQ(KRV_RelTimerofGrpStart(grp, 2, 10, 0, KRV_RELTMR_MODE_ONESHOT), 0u);
-    EXPECT_TRUE(WaitFor([before] { return g_fired > before; }));
+    EXPECT_TRUE(krvtest::WaitFor([before] { return g_fired > before; }));
     EXPECT_EQ(second->grpCount, 1u) << "a refused group is not counted";
     EXPECT_EQ(KRV_RelTimerGrpFree(grp), 0u);
     EXPECT_EQ(KRV_RelTimerFini(second), 0u);
     EXPECT_EQ(KRV_RelTimerFini(pool), 0u);
-    EXPECT_TRUE(WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
+    EXPECT_TRUE(krvtest::WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
 }
 
 // --- log backend and logging lifecycle ---
@@ -179,7 +147,7 @@ void ExpectBackendWrites(const std::string &dir, int n)
     const std::string line = "written " + std::to_string(n);
     KRV_LogWrite(1, 2, "fault", 7, "%s", line.c_str());
     EXPECT_EQ(KRV_LogOpsFlush(10000), 0u);
-    EXPECT_NE(ReadAll(dir).find(line + "\n"), std::string::npos) << line;
+    EXPECT_NE(krvtest::ReadAll(dir).find(line + "\n"), std::string::npos) << line;
 }
 
 TEST(InitFailures, LogBackendInEmptyAndPopulatedDirectories)
@@ -200,7 +168,7 @@ TEST(InitFailures, LogBackendInEmptyAndPopulatedDirectories)
         };
         reset();
         const KrvLogOpsCfg cfg = FileCfg(tmp.Path());
-        const size_t threads = SettledThreadCount();
+        const size_t threads = krvtest::SettledThreadCount();
         krvtest::StdoutCapture quiet;
         const unsigned points = SweepAllocations([&] { return KRV_LogOpsInit(&cfg); }, [&](uint32_t rc, unsigned n) {
             SCOPED_TRACE(n);
@@ -225,7 +193,7 @@ TEST(InitFailures, LogBackendInEmptyAndPopulatedDirectories)
         ExpectBackendWrites(app, -1);
         KRV_LogOpsFini();
         krvtest::CloseFilesUnder(tmp.Path());
-        EXPECT_TRUE(WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
+        EXPECT_TRUE(krvtest::WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
     }
 }
 
@@ -239,7 +207,7 @@ TEST(InitFailures, LoggingLifecycle)
         ASSERT_NE(logger, nullptr);
         logger->LogError("fault.cpp", 1) << "line " << n;
         EXPECT_EQ(KRV_LogOpsFlush(10000), 0u);
-        EXPECT_NE(ReadAll(tmp.Path()).find("line " + std::to_string(n) + "\n"), std::string::npos);
+        EXPECT_NE(krvtest::ReadAll(tmp.Path()).find("line " + std::to_string(n) + "\n"), std::string::npos);
         logger->Destroy();
         Hok::Log::FiniLogging();
         EXPECT_FALSE(Hok::Log::IsLogInited());
@@ -319,7 +287,7 @@ TEST(InitFailures, MemoryPoolsAndTheSystemTick)
 TEST(InitFailures, LockFreeTime)
 {
     Quiet quiet;
-    const size_t threads = SettledThreadCount();
+    const size_t threads = krvtest::SettledThreadCount();
     KrvDateTime date{};
     uint32_t base = 0;
     auto works = [&] {
@@ -328,7 +296,7 @@ TEST(InitFailures, LockFreeTime)
         KRV_NolockTimeFini();
         EXPECT_EQ(KRV_LmtTimeGetNoLock(&date), KRV_ERR_NOT_INIT);
         EXPECT_EQ(KRV_CpuTickBaseGet(&base), KRV_ERR_NOT_INIT) << "the CPU tick is released with the clock";
-        EXPECT_TRUE(WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
+        EXPECT_TRUE(krvtest::WaitFor([threads] { return krvtest::ThreadCount() == threads; }));
     };
     auto check = [&](uint32_t rc, unsigned n) {
         SCOPED_TRACE(n);

@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <new>
 #include <regex>
@@ -75,8 +74,7 @@ TEST(HokLogLifecycle, CountsUsersKeepsFailedAppIdsRoutesContextsAndStaysUpWhileL
     EXPECT_EQ(FlushLogging(10000), KRV_OK);
     size_t files = 0;
     for (const auto &entry : std::filesystem::directory_iterator(dir.Path() + "/xyzdef")) {
-        std::ifstream in(entry.path());
-        files += std::string(std::istreambuf_iterator<char>(in), {}).find("> back to the backend\n") != std::string::npos;
+        files += krvtest::ReadFile(entry.path()).find("> back to the backend\n") != std::string::npos;
     }
     EXPECT_EQ(files, 1u) << "flushed into the file";
     SetLogLevel(LOG_LEVEL_VERBOSE);

@@ -129,7 +129,7 @@ TEST(LogOpsHook, RegistryCodesRoutingByTagPrefixAndTheLineFormat)
                   EXPECT_EQ(22u, KRV_LogOpsReg(std::string(33, 'n').c_str(), Net));
                   EXPECT_EQ(0u, KRV_LogOpsReg(std::string(32, 'n').c_str(), Ne));
                   EXPECT_EQ(0u, KRV_LogOpsReg("net", Net));
-                  EXPECT_EQ(113u, KRV_LogOpsReg("net", Ne));
+                  EXPECT_EQ(KRV_ERR_REGISTERED, KRV_LogOpsReg("net", Ne));
                   EXPECT_EQ(60u, KRV_LogOpsUnreg("ne"));
                   KRV_LogWrite(7, 6, "main.cpp", 42, "[net][V] > retry %d", 3);
                   KRV_LogWrite(0, 2, "m.c", 1, "[ne] short tag");

@@ -40,12 +40,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string ReadFile(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 class LogOpsFiles : public ::testing::Test {
 protected:
     void SetUp() override { umask(022); }
@@ -75,24 +69,12 @@ protected:
         return names;
     }
 
-    std::string All() const
-    {
-        std::string all;
-        for (const std::string &name : Files()) {
-            all += ReadFile(app_ + "/" + name);
-        }
-        return all;
-    }
+    std::string All() const { return krvtest::ReadAll(app_); }
 
-    // Polls for up to 10 s for text in any file: the writer sleeps 50 ms when idle.
+    // Polls for text in any file: the writer sleeps 50 ms when idle.
     bool Written(const std::string &text) const
     {
-        for (int i = 0; i < 1000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
-            if (All().find(text) != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
+        return krvtest::WaitFor([&] { return All().find(text) != std::string::npos; });
     }
 
     // Logs "line NNN <pad>": 205 bytes with stamp and frame, so eight fit in 1706.
@@ -143,7 +125,7 @@ TEST_F(LogOpsFiles, RotatesOverARingOfThreeAndARestartContinuesIt)
     Numbered(40, 40);
     ASSERT_TRUE(Written("line 040"));
     KRV_LogOpsFini();
-    EXPECT_TRUE(std::regex_search(ReadFile(app_ + "/" + ring[2]),
+    EXPECT_TRUE(std::regex_search(krvtest::ReadFile(app_ + "/" + ring[2]),
                                   std::regex("\n\\[\\d{4}\\.\\d{2}\\.\\d{2} \\d{2}:\\d{2}:\\d{2}\\.\\d{6}\\]"
                                              "\\[2\\]\\[0x16\\]\\[main\\.cpp:42\\]second run\n$")));
     EXPECT_EQ(8u * 205u + 61u, Size(ring[2]));

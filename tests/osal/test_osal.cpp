@@ -1,12 +1,14 @@
-// Memory blocks and the delay.
+// Memory blocks, version texts, thread ids and the delay.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "krv_osal.h"
@@ -71,6 +73,9 @@ TEST(OsalInfo, VersionTextsAndTheStoredDumpHook)
     KRV_OsalDlmSliceDumpFuncReg(reinterpret_cast<KrvOsalDumpFunc>(&KRV_OsalPageSizeGet));
     EXPECT_EQ(reinterpret_cast<KrvOsalDumpFunc>(&KRV_OsalPageSizeGet), KRV_OsalDlmSliceDumpFuncGet());
     EXPECT_EQ(sysconf(_SC_PAGESIZE), KRV_OsalPageSizeGet());
+    int64_t tids[2] = {KRV_OsalTaskTidGet(), 0};
+    std::thread([&tids] { tids[1] = KRV_OsalTaskTidGet() - syscall(SYS_gettid); }).join();
+    EXPECT_EQ((std::vector<int64_t>{syscall(SYS_gettid), 0}), (std::vector<int64_t>(tids, tids + 2)));
 }
 
 TEST(OsalDelay, ASignalRestartsTheWholeInterval)

@@ -82,6 +82,16 @@ TEST(OsalSync, LockAndConditionRowsRecursionClocksAndWaits)
     EXPECT_EQ(0u, KRV_OsalCondAttrClockSet(attr, CLOCK_MONOTONIC));
     EXPECT_EQ(0u, KRV_OsalCondAttrClockGet(attr, &clock));
     EXPECT_EQ(CLOCK_MONOTONIC, clock);
+    int32_t pshared = -1;
+    EXPECT_EQ(0u, KRV_OsalCondAttrPsharedSet(attr, PTHREAD_PROCESS_SHARED));
+    EXPECT_EQ(0u, KRV_OsalCondAttrPsharedGet(attr, &pshared));
+    EXPECT_EQ(PTHREAD_PROCESS_SHARED, pshared);
+    EXPECT_EQ(14u, KRV_OsalCondAttrPsharedSet(attr, 7));  // the platform refuses an unknown flag
+    EXPECT_EQ(0u, KRV_OsalCondAttrPsharedSet(attr, PTHREAD_PROCESS_PRIVATE));
+    EXPECT_EQ(0u, KRV_OsalCondAttrPsharedGet(attr, &pshared));
+    EXPECT_EQ(PTHREAD_PROCESS_PRIVATE, pshared);
+    EXPECT_EQ(22u, KRV_OsalCondAttrPsharedSet(nullptr, PTHREAD_PROCESS_PRIVATE));
+    EXPECT_EQ(22u, KRV_OsalCondAttrPsharedGet(nullptr, &pshared));
     KrvCond cond = Created([attr](void **h) { return KRV_OsalCondCreate(attr, h); }, 0);
 
     timespec deadline = {};
@@ -101,6 +111,33 @@ TEST(OsalSync, LockAndConditionRowsRecursionClocksAndWaits)
     });
     EXPECT_EQ(0u, KRV_OsalCondTimedWait(mutex, cond, &deadline));
     signaller.join();
+    // A broadcast wakes every waiter: three threads wait, one broadcast releases them all.
+    KRV_OsalMutexUnLock(mutex);  // the waiters need it; held again for the destroy below
+    int waiting = 0, woken = 0;
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 3; ++i) {
+        waiters.emplace_back([&] {
+            KRV_OsalMutexLock(mutex);
+            ++waiting;
+            woken += KRV_OsalCondTimedWait(mutex, cond, &deadline) == 0;
+            KRV_OsalMutexUnLock(mutex);
+        });
+    }
+    EXPECT_TRUE(krvtest::WaitFor([&] {
+        KRV_OsalMutexLock(mutex);
+        const bool all = waiting == 3;  // each waiter sleeps once it has released the mutex
+        KRV_OsalMutexUnLock(mutex);
+        return all;
+    }));
+    KRV_OsalMutexLock(mutex);
+    EXPECT_EQ(0u, KRV_OsalCondBroadcast(cond));
+    KRV_OsalMutexUnLock(mutex);
+    for (std::thread &w : waiters) {
+        w.join();
+    }
+    EXPECT_EQ(3, woken);
+    KRV_OsalMutexLock(mutex);
+    EXPECT_EQ(22u, KRV_OsalCondBroadcast(nullptr));
 
     for (auto destroy : {KRV_OsalMutexDestroy, KRV_OsalCondAttrDestroy, KRV_OsalCondDestroy}) {
         void *empty = nullptr;

@@ -1,6 +1,5 @@
 // The timer module through its exported functions, with the real trigger thread. Anything that
 // depends on time polls with generous bounds.
-#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -25,24 +24,7 @@ const std::string kNotInit = kM + "KrvRelTmrIsInitialized]:timer module is not I
 const Line kPoolInvalid = {22, kM + "KrvRelTmrPoolHandleValidCheck]:timer pool handle is invalid"};
 const Line kFiniRefused = {124, kM + "KRV_RelTimerFini]:timer pool handle is not initialized"};
 
-// The diagnostics since the last call; each must be an error-level line of krv_reltmr.
-Lines Take(krvtest::DiagCapture &diags)
-{
-    Lines lines;
-    for (const krvtest::Diag &d : diags.Take()) {
-        EXPECT_TRUE(d.level == 2 && d.file == "krv_reltmr") << d.msg;
-        lines.emplace_back(d.code, d.msg);
-    }
-    return lines;
-}
-
-bool WaitFor(const std::function<bool()> &cond)
-{
-    for (int i = 0; i < 2500 && !cond(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return cond();
-}
+Lines Take(krvtest::DiagCapture &diags) { return diags.Errors("krv_reltmr"); }
 
 // The pool's used count, read under the timer mutex like every other access to it (the trigger
 // thread returns nodes concurrently).
@@ -173,7 +155,7 @@ TEST(RelTimerApi, StartsStopsAndGroupsValidateAndKeepHandlesStraight)
     // A group timer's callback gets its serial number and the start's param; the free stops the rest.
     g_last = 0;
     ASSERT_EQ(KRV_RelTimerofGrpStart(grp, 2, 10, 55, 0), 0u);
-    EXPECT_TRUE(WaitFor([&] { return g_last == 2055 && UsedCount(pool) == 0; }));
+    EXPECT_TRUE(krvtest::WaitFor([&] { return g_last == 2055 && UsedCount(pool) == 0; }));
     ASSERT_EQ(KRV_RelTimerofGrpStart(grp, 0, 100000, 0, 0), 0u);
     EXPECT_EQ(KRV_RelTimerGrpFree(grp), 0u);
     EXPECT_EQ(KRV_RelTimerFini(pool), 0u);  // every timer went back to the pool
@@ -187,60 +169,39 @@ void SlowCallback(uint64_t, uint32_t)
     g_inSlowCallback = false;
 }
 
-// Threads of this process: the module adds exactly one, its trigger thread, and the last fini joins
-// it. A joined thread can still be listed for a moment while the kernel finishes it, so callers
-// compare with WaitFor.
-size_t ThreadCount()
-{
-    size_t count = 0;
-    DIR *dir = opendir("/proc/self/task");
-    while (dirent *entry = readdir(dir)) {
-        count += entry->d_name[0] != '.';
-    }
-    closedir(dir);
-    return count;
-}
-
 TEST(RelTimerApi, CallbacksRunAndFiniWaitsBrieflyForThem)
 {
     krvtest::DiagCapture diags;
-    // ThreadSanitizer's runtime starts a helper thread along with the process's first thread; when
-    // this case runs first, that one must exist before the count is taken.
-    std::thread([] {}).join();
-    size_t baseThreads = 0;
-    ASSERT_TRUE(WaitFor([&] {  // settled: earlier tests' joined threads are gone
-        size_t before = ThreadCount();
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        return (baseThreads = ThreadCount()) == before;
-    }));
+    // The module adds exactly one thread, its trigger thread, and the last fini joins it.
+    const size_t baseThreads = krvtest::SettledThreadCount();
     KrvRelTmrPool *busy = nullptr;
     KrvRelTmrPool *idle = nullptr;
     ASSERT_EQ(KRV_RelTimerInit(4, &busy), 0u);
     EXPECT_EQ(KRV_RelTimerInit(4, &idle), 0u);  // later inits log the passing check, as established
     EXPECT_EQ(KRV_RelTimerInit(4, &busy), 8193u);
-    EXPECT_TRUE(WaitFor([&] { return ThreadCount() == baseThreads + 1; }));
+    EXPECT_TRUE(krvtest::WaitFor([&] { return krvtest::ThreadCount() == baseThreads + 1; }));
     KrvRelTmrNode *h = nullptr;
     KrvRelTmrFuncInfo info = {Record, 123456, 789};
     g_last = 0;
     ASSERT_EQ(KRV_CallBackRelTimerStart(&h, busy, 9, 0, &info), 0u);
     // The callback gets the start's argument and param; a fired one-shot clears its handle.
-    EXPECT_TRUE(WaitFor([&] { return g_last == 123456789 && h == nullptr; }));
+    EXPECT_TRUE(krvtest::WaitFor([&] { return g_last == 123456789 && h == nullptr; }));
     KrvRelTmrFuncInfo slow = {SlowCallback, 0, 0};
     ASSERT_EQ(KRV_CallBackRelTimerStart(&h, busy, 10, 0, &slow), 0u);
     KrvRelTmrGrpInfo *grp = nullptr;
     ASSERT_EQ(KRV_RelTimerGrpCreate(&grp, busy, 3, Record), 0u);
-    ASSERT_TRUE(WaitFor([] { return g_inSlowCallback.load(); }));
-    EXPECT_EQ(KRV_RelTimerFini(busy), 9u);
+    ASSERT_TRUE(krvtest::WaitFor([] { return g_inSlowCallback.load(); }));
+    EXPECT_EQ(KRV_RelTimerFini(busy), KRV_ERR_BUSY);
     EXPECT_EQ(KRV_RelTimerFini(idle), 0u);  // gives up waiting for the callback after ten naps
     const Line retry = {11, kM + "KrvRelTmrWaitForCallBackFuncEnded]:the max retry times has reached."};
     EXPECT_EQ(Take(diags), (Lines{kPoolInvalid, {8193, kM + "KRV_RelTimerInit]:the timer pool handle is used."},
                                   retry, {9, kM + "KRV_RelTimerFini]:some timers or timer grp "
                                                   "has not been stopped, timer num is 1, grp num is 1."},
                                   retry}));
-    ASSERT_TRUE(WaitFor([&] { return UsedCount(busy) == 0; }));
+    ASSERT_TRUE(krvtest::WaitFor([&] { return UsedCount(busy) == 0; }));
     EXPECT_EQ(KRV_RelTimerGrpFree(grp), 0u);
     EXPECT_EQ(KRV_RelTimerFini(busy), 0u);
-    EXPECT_TRUE(WaitFor([&] { return ThreadCount() == baseThreads; }));
+    EXPECT_TRUE(krvtest::WaitFor([&] { return krvtest::ThreadCount() == baseThreads; }));
 }
 
 // The trigger thread ends every pass with its 10 ms nap, the last pass too, and the last fini joins
@@ -300,11 +261,11 @@ TEST(RelTimerApi, CallbacksAddAndDropPoolsWithoutWaitingForAnotherThreadsFini)
         g_callbackStage = 0;
         g_finiUnderway = false;
         ASSERT_EQ(KRV_CallBackRelTimerStart(nullptr, keep, 10, 0, &add), 0u);
-        ASSERT_TRUE(WaitFor([] { return g_callbackStage == 1; }));
+        ASSERT_TRUE(krvtest::WaitFor([] { return g_callbackStage == 1; }));
         g_finiUnderway = true;
         EXPECT_EQ(KRV_RelTimerFini(spare), 0u);
         g_finiUnderway = false;
-        ASSERT_TRUE(WaitFor([] { return g_callbackStage == 2; }));
+        ASSERT_TRUE(krvtest::WaitFor([] { return g_callbackStage == 2; }));
         EXPECT_EQ(g_addResult, 0u);
         clean = g_addedDuringFini && Take(diags) == Lines{kPoolInvalid};
         EXPECT_EQ(KRV_RelTimerFini(added), 0u);
@@ -318,10 +279,10 @@ TEST(RelTimerApi, CallbacksAddAndDropPoolsWithoutWaitingForAnotherThreadsFini)
     g_callbackStage = 0;
     KrvRelTmrFuncInfo drop = {DropPool, reinterpret_cast<uintptr_t>(&added), 0};
     ASSERT_EQ(KRV_CallBackRelTimerStart(nullptr, keep, 10, 0, &drop), 0u);
-    ASSERT_TRUE(WaitFor([] { return g_callbackStage == 2; }));
+    ASSERT_TRUE(krvtest::WaitFor([] { return g_callbackStage == 2; }));
     EXPECT_EQ(g_dropResult, 0u);
     EXPECT_EQ(Take(diags), (Lines{{11, kM + "KrvRelTmrWaitForCallBackFuncEnded]:the max retry times has reached."}}));
-    ASSERT_TRUE(WaitFor([&] { return UsedCount(keep) == 0; }));
+    ASSERT_TRUE(krvtest::WaitFor([&] { return UsedCount(keep) == 0; }));
     EXPECT_EQ(KRV_RelTimerFini(keep), 0u);
 }
 

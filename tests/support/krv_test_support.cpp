@@ -1,16 +1,20 @@
 #include "support/krv_test_support.h"
 
 #include <dirent.h>
+#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <mutex>
-#include <sstream>
+#include <thread>
 
 #include "krv_log.h"
 
@@ -36,11 +40,9 @@ std::string StdoutCapture::Finish()
     dup2(savedFd_, STDOUT_FILENO);
     close(savedFd_);
     savedFd_ = -1;
-    std::ifstream in(path_, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
+    std::string text = ReadFile(path_);
     std::remove(path_.c_str());
-    return text.str();
+    return text;
 }
 
 StdoutCapture::~StdoutCapture()
@@ -92,6 +94,16 @@ std::vector<std::string> DiagCapture::Messages()
     return msgs;
 }
 
+std::vector<std::pair<uint32_t, std::string>> DiagCapture::Errors(const std::string &file)
+{
+    std::vector<std::pair<uint32_t, std::string>> lines;
+    for (const Diag &d : Take()) {
+        EXPECT_TRUE(d.level == 2 && d.file == file) << d.file << ": " << d.msg;
+        lines.emplace_back(d.code, d.msg);
+    }
+    return lines;
+}
+
 TempDir::TempDir()
 {
     char name[] = "/tmp/krv_test_XXXXXX";
@@ -103,6 +115,29 @@ TempDir::~TempDir()
     std::error_code ignored;
     std::filesystem::permissions(path_, std::filesystem::perms::owner_all, std::filesystem::perm_options::add, ignored);
     std::filesystem::remove_all(path_, ignored);
+}
+
+std::string ReadFile(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+std::string ReadAll(const std::string &dir)
+{
+    std::vector<std::filesystem::path> files;
+    std::error_code ignored;
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(dir, ignored)) {
+        if (entry.is_regular_file()) {
+            files.push_back(entry.path());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    std::string text;
+    for (const auto &file : files) {
+        text += ReadFile(file);
+    }
+    return text;
 }
 
 std::vector<std::string> CloseFilesUnder(const std::string &dir)
@@ -142,6 +177,59 @@ size_t ThreadCount()
     }
     closedir(dir);
     return count;
+}
+
+size_t SettledThreadCount()
+{
+    std::thread([] {}).join();
+    size_t settled = 0;
+    WaitFor([&] {
+        const size_t before = ThreadCount();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        return (settled = ThreadCount()) == before;
+    });
+    return settled;
+}
+
+bool WaitFor(const std::function<bool()> &cond, std::chrono::milliseconds limit)
+{
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!cond()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return cond();
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+std::string DateText(const KrvDateTime &d)
+{
+    char text[64];
+    std::snprintf(text, sizeof(text), "%04u-%02u-%02u %02u:%02u:%02u.%03u.%u", d.year, d.month, d.day, d.hour, d.minute,
+                  d.second, d.millisecond, d.microsecond);
+    return text;
+}
+
+int64_t FieldsMs(const KrvDateTime &d)
+{
+    struct tm t {};
+    t.tm_year = d.year - 1900;
+    t.tm_mon = d.month - 1;
+    t.tm_mday = d.day;
+    t.tm_hour = d.hour;
+    t.tm_min = d.minute;
+    t.tm_sec = d.second;
+    return static_cast<int64_t>(timegm(&t)) * 1000 + d.millisecond;
+}
+
+int64_t LocalMsNow()
+{
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    struct tm local {};
+    localtime_r(&now.tv_sec, &local);
+    return static_cast<int64_t>(timegm(&local)) * 1000 + now.tv_usec / 1000;
 }
 
 }  // namespace krvtest

@@ -4,8 +4,12 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "krv_time.h"
 
 namespace krvtest {
 
@@ -42,6 +46,8 @@ public:
     std::vector<Diag> Take();
     // Messages only, in order.
     std::vector<std::string> Messages();
+    // (code, message) in order; each must be an error-level line of the module whose source is file.
+    std::vector<std::pair<uint32_t, std::string>> Errors(const std::string &file);
 };
 
 // A fresh empty directory under /tmp, removed with its contents on destruction.
@@ -56,6 +62,12 @@ public:
 private:
     std::string path_;
 };
+
+// A file's bytes ("" when it cannot be read).
+std::string ReadFile(const std::string &path);
+
+// The bytes of every regular file below dir, at any depth, concatenated in path order.
+std::string ReadAll(const std::string &dir);
 
 // Closes every descriptor of this process that is open on a file below dir and returns the paths
 // it closed, in descriptor order. The log backend leaves its current file open when it stops.
@@ -98,6 +110,23 @@ std::chrono::milliseconds SoakDuration(std::chrono::milliseconds byDefault);
 // Threads of this process as /proc/self/task lists them. A joined thread can stay listed for a moment,
 // so compare by polling.
 size_t ThreadCount();
+
+// The thread count once it holds still: any helper thread a sanitizer runtime starts with the first
+// thread is up, and threads joined by earlier tests have left the list.
+size_t SettledThreadCount();
+
+// Polls cond every 2 ms until it holds or the limit (generous: CI runs sanitizer builds on 2 cores)
+// passes; returns its last value.
+bool WaitFor(const std::function<bool()> &cond, std::chrono::milliseconds limit = std::chrono::seconds(20));
+
+// A date as "YYYY-MM-DD hh:mm:ss.mmm.u" (every field, unchecked).
+std::string DateText(const KrvDateTime &d);
+
+// A date's broken-down fields read as if they were UTC, in milliseconds.
+int64_t FieldsMs(const KrvDateTime &d);
+
+// The system's local time now, the same way.
+int64_t LocalMsNow();
 
 }  // namespace krvtest
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "krv_cputick.h"
+#include "krv_status.h"
 #include "support/krv_test_support.h"
 #include "time/fake_cputick.h"
 #include "time/krv_cputick_internal.h"
@@ -18,15 +19,7 @@ namespace {
 
 using Line = std::pair<uint32_t, std::string>;
 
-std::vector<Line> Take(krvtest::DiagCapture &diags)
-{
-    std::vector<Line> lines;
-    for (const krvtest::Diag &d : diags.Take()) {
-        EXPECT_TRUE(d.level == 2 && d.file == "krv_cputick") << d.msg;
-        lines.emplace_back(d.code, d.msg);
-    }
-    return lines;
-}
+std::vector<Line> Take(krvtest::DiagCapture &diags) { return diags.Errors("krv_cputick"); }
 
 uint64_t OtherRead() { return 7; }
 
@@ -48,11 +41,12 @@ TEST(CpuTick, TheRegisteredReadIsPermanent)
     ASSERT_TRUE(krvtest::g_fakeCpuTickRegistered);
     krvtest::DiagCapture diags;
     EXPECT_EQ(22u, KRV_CpuTickGetFuncReg(nullptr));
-    EXPECT_EQ(113u, KRV_CpuTickGetFuncReg(OtherRead));
+    EXPECT_EQ(KRV_ERR_REGISTERED, KRV_CpuTickGetFuncReg(OtherRead));
     EXPECT_EQ(&krvtest::FakeCpuTick::Read, KRV_CpuTickGetFuncGet());
     krvtest::FakeCpuTick::Set(123456789);
     EXPECT_EQ(123456789u, KRV_CpuTickGet());
-    EXPECT_EQ((std::vector<Line>{{22, "param invalid"}, {113, "cputick get func is already registered"}}), Take(diags));
+    EXPECT_EQ((std::vector<Line>{{22, "param invalid"}, {KRV_ERR_REGISTERED, "cputick get func is already registered"}}),
+              Take(diags));
 }
 
 TEST(CpuTick, UsersAreCountedAndConversionsUseTheParsedBase)

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "krv_cputick.h"
+#include "krv_status.h"
 #include "time/krv_cputick_internal.h"
 
 namespace {
@@ -23,6 +24,10 @@ TEST(CpuTickReal, TheCounterAdvancesAtTheParsedRate)
     uint32_t base = 0;
     EXPECT_EQ(0u, KRV_CpuTickBaseGet(&base));
     EXPECT_EQ(parsed, base);
+    uint32_t osalBase = 0;
+    EXPECT_EQ(0u, KRV_OsalCpuTickBaseGet(&osalBase));  // the init's own search, made again
+    EXPECT_GT(osalBase, 0u);  // a frequency-scaled figure may move between reads: positive is what holds
+    EXPECT_EQ(KRV_ERR_INVALID, KRV_OsalCpuTickBaseGet(nullptr));
     const uint64_t before = KRV_CpuTickGet();
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     const uint64_t ns = KRV_CpuTick2Ns(KRV_CpuTickGet() - before);

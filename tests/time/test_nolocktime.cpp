@@ -33,36 +33,6 @@ Lines Take(krvtest::DiagCapture &diags)
     return lines;
 }
 
-bool WaitFor(const std::function<bool()> &cond, int seconds = 20)
-{
-    for (int i = 0; i < seconds * 100 && !cond(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return cond();
-}
-
-// Local time in milliseconds, with the local broken-down fields read as if they were UTC.
-int64_t LocalMs(const KrvDateTime &d)
-{
-    struct tm t {};
-    t.tm_year = d.year - 1900;
-    t.tm_mon = d.month - 1;
-    t.tm_mday = d.day;
-    t.tm_hour = d.hour;
-    t.tm_min = d.minute;
-    t.tm_sec = d.second;
-    return static_cast<int64_t>(timegm(&t)) * 1000 + d.millisecond;
-}
-
-int64_t LocalMsNow()
-{
-    timeval tv{};
-    gettimeofday(&tv, nullptr);
-    struct tm t {};
-    localtime_r(&tv.tv_sec, &t);
-    return static_cast<int64_t>(timegm(&t)) * 1000 + tv.tv_usec / 1000;
-}
-
 const Line kNotInit = {124, "krv_nolocktime: nolock time is not initialized"};
 
 TEST(NolockTime, RefusesANullDateAndReadsBeforeInit)
@@ -104,17 +74,10 @@ TEST(NolockTime, FailedInitsReleaseTheCpuTickAndStartNoThread)
 TEST(NolockTime, ReadersFollowLocalTimeWhileTheUpdaterRunsUntilTheLastFini)
 {
     krvtest::DiagCapture diags;
-    // A sanitizer runtime may start a helper thread with the process's first thread; start it now.
-    std::thread([] {}).join();
-    size_t baseThreads = 0;
-    ASSERT_TRUE(WaitFor([&] {  // settled: threads joined by earlier tests have left the list
-        size_t before = krvtest::ThreadCount();
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        return (baseThreads = krvtest::ThreadCount()) == before;
-    }));
+    const size_t baseThreads = krvtest::SettledThreadCount();
     ASSERT_EQ(KRV_NolockTimeInit(), 0u);
     ASSERT_EQ(KRV_NolockTimeInit(), 0u);  // only counts
-    EXPECT_TRUE(WaitFor([&] { return krvtest::ThreadCount() == baseThreads + 1; }));
+    EXPECT_TRUE(krvtest::WaitFor([&] { return krvtest::ThreadCount() == baseThreads + 1; }));
     const krv::nolocktime::KrvNolockSnapStore &store = krv::nolocktime::KrvNolockSnapStoreGet();
     const uint32_t firstSeq = store.Sequence();
 
@@ -131,11 +94,11 @@ TEST(NolockTime, ReadersFollowLocalTimeWhileTheUpdaterRunsUntilTheLastFini)
     for (int r = 0; r < 4; ++r) {
         readers.emplace_back([&] {
             while (!stop.load()) {
-                int64_t lo = LocalMsNow();
+                int64_t lo = krvtest::LocalMsNow();
                 KrvDateTime date{};
                 failures += KRV_LmtTimeGetNoLock(&date) != 0;
-                int64_t hi = LocalMsNow();
-                int64_t ms = LocalMs(date);
+                int64_t hi = krvtest::LocalMsNow();
+                int64_t ms = krvtest::FieldsMs(date);
                 outside += ms < lo - kLagMs - kSlackMs || ms > hi + kSlackMs || date.microsecond != 0;
                 ++reads;
                 std::this_thread::sleep_for(std::chrono::microseconds(200));
@@ -143,7 +106,7 @@ TEST(NolockTime, ReadersFollowLocalTimeWhileTheUpdaterRunsUntilTheLastFini)
         });
     }
     // The updater publishes again within 5 s of the init (generous bound for loaded sanitizer runs).
-    EXPECT_TRUE(WaitFor([&] { return store.Sequence() >= firstSeq + 2; }));
+    EXPECT_TRUE(krvtest::WaitFor([&] { return store.Sequence() >= firstSeq + 2; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     stop = true;
     for (std::thread &reader : readers) {
@@ -159,7 +122,7 @@ TEST(NolockTime, ReadersFollowLocalTimeWhileTheUpdaterRunsUntilTheLastFini)
     EXPECT_EQ(KRV_LmtTimeGetNoLock(&date), 0u);
     EXPECT_EQ(krvtest::ThreadCount(), baseThreads + 1);
     KRV_NolockTimeFini();  // the last: joins the updater
-    EXPECT_TRUE(WaitFor([&] { return krvtest::ThreadCount() == baseThreads; }));
+    EXPECT_TRUE(krvtest::WaitFor([&] { return krvtest::ThreadCount() == baseThreads; }));
     EXPECT_EQ(KRV_LmtTimeGetNoLock(&date), 124u);
     EXPECT_EQ(Take(diags), (Lines{kNotInit}));
 }

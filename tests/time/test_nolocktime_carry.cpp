@@ -2,11 +2,11 @@
 // against the C library's calendar.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <ctime>
 #include <random>
 #include <string>
 
+#include "support/krv_test_support.h"
 #include "time/krv_nolocktime_carry.h"
 
 using krv::nolocktime::KrvNolockDateCarry;
@@ -25,19 +25,11 @@ struct tm Snap(int year, int month, int day, int hour, int minute, int second)
     return t;
 }
 
-std::string Show(const KrvDateTime &d)
-{
-    char text[64];
-    std::snprintf(text, sizeof(text), "%04u-%02u-%02u %02u:%02u:%02u.%03u.%u", d.year, d.month, d.day, d.hour, d.minute,
-                  d.second, d.millisecond, d.microsecond);
-    return text;
-}
-
 std::string Carry(const struct tm &snap, uint64_t elapsedMs)
 {
     KrvDateTime date{1, 2, 3, 4, 5, 6, 7, 8};
     KrvNolockDateCarry(snap, elapsedMs, &date);
-    return Show(date);
+    return krvtest::DateText(date);
 }
 
 // What the calendar says: the snapshot as UTC seconds, advanced, broken down again.
@@ -51,7 +43,7 @@ std::string Reference(const struct tm &snap, uint64_t elapsedMs)
                   static_cast<uint8_t>(out.tm_mday),         static_cast<uint8_t>(out.tm_hour),
                   static_cast<uint8_t>(out.tm_min),          static_cast<uint8_t>(out.tm_sec),
                   static_cast<uint32_t>(elapsedMs % 1000),   0};
-    return Show(d);
+    return krvtest::DateText(d);
 }
 
 constexpr uint64_t kHourMs = 3600000;

@@ -19,29 +19,6 @@
 
 namespace {
 
-// A stamp in milliseconds, its fields read as if they were UTC.
-int64_t StampMs(const KrvDateTime &d)
-{
-    struct tm t {};
-    t.tm_year = d.year - 1900;
-    t.tm_mon = d.month - 1;
-    t.tm_mday = d.day;
-    t.tm_hour = d.hour;
-    t.tm_min = d.minute;
-    t.tm_sec = d.second;
-    return static_cast<int64_t>(timegm(&t)) * 1000 + d.millisecond;
-}
-
-// The system's local standard time the same way, as the clock's snapshots take it.
-int64_t SystemLocalMs()
-{
-    timespec now {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    struct tm local {};
-    localtime_r(&now.tv_sec, &local);
-    return static_cast<int64_t>(timegm(&local)) * 1000 + now.tv_nsec / 1000000;
-}
-
 TEST(NolockTimeStress, FourReadersAcrossUpdaterPasses)
 {
     constexpr int kReaders = 4;
@@ -68,7 +45,7 @@ TEST(NolockTimeStress, FourReadersAcrossUpdaterPasses)
                     ++invalid;
                     continue;
                 }
-                const int64_t ms = StampMs(d);
+                const int64_t ms = krvtest::FieldsMs(d);
                 const bool samePass = seq == lastSeq && store.Sequence() == seq && seq % 2 == 0;
                 if (last != 0 && ms < last) {
                     backwards += samePass || last - ms >= kStepBackMs;
@@ -77,7 +54,7 @@ TEST(NolockTimeStress, FourReadersAcrossUpdaterPasses)
                     }
                 }
                 if (count % 4096 == 0) {
-                    const int64_t system = SystemLocalMs();
+                    const int64_t system = krvtest::LocalMsNow();
                     far += ms < system - kOffMs || ms > system + kOffMs;
                 }
                 last = ms;

@@ -27,15 +27,7 @@ uint32_t EndHook()
     return 1;  // ignored
 }
 
-std::vector<Line> Take(krvtest::DiagCapture &diags)
-{
-    std::vector<Line> lines;
-    for (const krvtest::Diag &d : diags.Take()) {
-        EXPECT_TRUE(d.level == 2 && d.file == "krv_sleep") << d.msg;
-        lines.emplace_back(d.code, d.msg);
-    }
-    return lines;
-}
+std::vector<Line> Take(krvtest::DiagCapture &diags) { return diags.Errors("krv_sleep"); }
 
 TEST(Sleep, HooksRunInSlotOrderOncePerSleep)
 {

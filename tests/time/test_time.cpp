@@ -12,6 +12,7 @@
 #include <string>
 
 #include "krv_time.h"
+#include "support/krv_test_support.h"
 #include "time/krv_time_calendar.h"
 
 namespace {
@@ -22,17 +23,9 @@ KrvDateTime Date(uint16_t year, uint8_t month, uint8_t day, uint8_t hour = 0, ui
     return KrvDateTime{year, month, day, hour, minute, second, ms, us};
 }
 
-std::string Show(const KrvDateTime &d)
-{
-    char text[64];
-    std::snprintf(text, sizeof(text), "%u-%u-%u %u:%u:%u.%u.%u", d.year, d.month, d.day, d.hour, d.minute, d.second,
-                  d.millisecond, d.microsecond);
-    return text;
-}
-
 bool Same(const KrvDateTime &a, const KrvDateTime &b)
 {
-    return Show(a) == Show(b);
+    return krvtest::DateText(a) == krvtest::DateText(b);
 }
 
 // The date without its sub-second part.
@@ -70,8 +63,8 @@ TEST(CalendarTime, CheckAcceptsExactlyTheFieldRanges)
             const KrvDateTime last = Date(year, month, static_cast<uint8_t>(next.tm_mday));
             KrvDateTime beyond = last;
             ++beyond.day;
-            EXPECT_TRUE(KRV_DateTimeCheck(&last)) << Show(last);
-            EXPECT_FALSE(KRV_DateTimeCheck(&beyond)) << Show(beyond);
+            EXPECT_TRUE(KRV_DateTimeCheck(&last)) << krvtest::DateText(last);
+            EXPECT_FALSE(KRV_DateTimeCheck(&beyond)) << krvtest::DateText(beyond);
         }
     }
     const std::pair<KrvDateTime, bool> cases[] = {
@@ -83,7 +76,7 @@ TEST(CalendarTime, CheckAcceptsExactlyTheFieldRanges)
         {Date(2023, 1, 1, 0, 0, 0, 0, 1000), false},
     };
     for (const auto &[date, valid] : cases) {
-        EXPECT_EQ(KRV_DateTimeCheck(&date), valid) << Show(date);
+        EXPECT_EQ(KRV_DateTimeCheck(&date), valid) << krvtest::DateText(date);
     }
     EXPECT_FALSE(KRV_DateTimeCheck(nullptr));
 
@@ -115,8 +108,8 @@ TEST(CalendarTime, ConversionsAgreeWithTheCLibraryFrom1970To65535)
     };
     for (const auto &[date, seconds] : examples) {
         int64_t utc = -2;
-        EXPECT_EQ(KRV_DateToUtcTimeConvert(&date, &utc), 0u) << Show(date);
-        EXPECT_EQ(utc, seconds) << Show(date);
+        EXPECT_EQ(KRV_DateToUtcTimeConvert(&date, &utc), 0u) << krvtest::DateText(date);
+        EXPECT_EQ(utc, seconds) << krvtest::DateText(date);
     }
     KrvDateTime back{};
     EXPECT_EQ(KRV_UtcTimeToDateConvert(KRV_UTC_TIME_MAX, &back), 0u);
@@ -133,11 +126,11 @@ TEST(CalendarTime, ConversionsAgreeWithTheCLibraryFrom1970To65535)
                                     static_cast<uint8_t>(ref.tm_min), static_cast<uint8_t>(ref.tm_sec));
         KrvDateTime date{1, 2, 3, 4, 5, 6, 7, 8};
         ASSERT_EQ(KRV_UtcTimeToDateConvert(seconds, &date), 0u) << seconds;
-        ASSERT_TRUE(Same(date, expected)) << seconds << ": " << Show(date);
+        ASSERT_TRUE(Same(date, expected)) << seconds << ": " << krvtest::DateText(date);
         expected.millisecond = static_cast<uint32_t>(i % 1000);
         int64_t utc = -2;
-        ASSERT_EQ(KRV_DateToUtcTimeConvert(&expected, &utc), 0u) << Show(expected);
-        ASSERT_EQ(utc, timegm(&ref)) << Show(expected);
+        ASSERT_EQ(KRV_DateToUtcTimeConvert(&expected, &utc), 0u) << krvtest::DateText(expected);
+        ASSERT_EQ(utc, timegm(&ref)) << krvtest::DateText(expected);
     }
 
     // Above the last second of 65535, or with no date, nothing is written.
@@ -250,10 +243,10 @@ TEST(CalendarTime, NowComesFromTheRegisteredFunctionAsStandardTime)
         ScopedTz tz("EST5EDT,M3.2.0,M11.1.0");
         g_fakeNow = 1719835200;
         EXPECT_EQ(KRV_SysTimeGet(&date), 0u);
-        EXPECT_TRUE(Same(ToSecond(date), Date(2024, 7, 1, 7))) << Show(date);
+        EXPECT_TRUE(Same(ToSecond(date), Date(2024, 7, 1, 7))) << krvtest::DateText(date);
         ScopedTz india("IST-5:30");
         EXPECT_EQ(KRV_SysTimeGet(&date), 0u);
-        EXPECT_TRUE(Same(ToSecond(date), Date(2024, 7, 1, 17, 30))) << Show(date);
+        EXPECT_TRUE(Same(ToSecond(date), Date(2024, 7, 1, 17, 30))) << krvtest::DateText(date);
         EXPECT_EQ(KRV_SysTimeGet(nullptr), 22u);
         g_fakeNow = 0;
         date = Date(2001, 2, 3);
