@@ -15,13 +15,16 @@ export KRV_TEST_DATA=$PWD/tests/data
 unset KRV_SOAK_SECONDS
 
 check() {
-  local bin=$1 name
+  local bin=$1 name filter=
   name=$(basename "$bin")
+  # valgrind divides in round-to-nearest whatever rounding mode the program set, so the number
+  # conversion's sweep against strtod in the directed modes cannot hold under it: skipped there.
+  [ "$name" != json_json_number ] || filter=-JsonNumber.InPlaceConversionEqualsStrtodBitForBit
   # nouserintercepts: the failing allocator's malloc (tests/support) stays in place and calls the C
   # library's, which valgrind replaces.
   valgrind --tool=memcheck --soname-synonyms=somalloc=nouserintercepts --leak-check=full --show-leak-kinds=definite --errors-for-leak-kinds=definite \
     --error-exitcode=99 --child-silent-after-fork=yes --log-file="$dir/memcheck/$name.log" \
-    "$bin" >"$dir/memcheck/$name.out" 2>&1
+    "$bin" ${filter:+--gtest_filter=$filter} >"$dir/memcheck/$name.out" 2>&1
 }
 
 bins=()
