@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "krv_time.h"
+#include "support/krv_date_tm.h"
 
 namespace {
 
@@ -58,22 +59,10 @@ KrvDateTime TakeDate(Reader *in)
     return d;
 }
 
-std::tm ToTm(const KrvDateTime &d)
-{
-    std::tm tm{};
-    tm.tm_year = d.year - 1900;
-    tm.tm_mon = d.month - 1;
-    tm.tm_mday = d.day;
-    tm.tm_hour = d.hour;
-    tm.tm_min = d.minute;
-    tm.tm_sec = d.second;
-    return tm;
-}
-
 // The seconds of a valid date as the C library counts them, or -1 for an invalid date.
 int64_t ModelUtc(const KrvDateTime &d)
 {
-    std::tm tm = ToTm(d);
+    std::tm tm = krvtest::DateToTm(d);
     const std::tm given = tm;
     const time_t t = timegm(&tm);
     const bool same = tm.tm_year == given.tm_year && tm.tm_mon == given.tm_mon && tm.tm_mday == given.tm_mday &&
@@ -90,7 +79,7 @@ void CheckDate(const KrvDateTime &d)
 
     char text[KRV_DATE_STR_LEN + 8];
     std::memset(text, '#', sizeof text);
-    std::tm tm = ToTm(d);  // weekday 0: always printed as Sunday
+    std::tm tm = krvtest::DateToTm(d);  // weekday 0: always printed as Sunday
     char expected[64];
     const bool printable = model >= 0 && asctime_r(&tm, expected) != nullptr;
     Check(KRV_DateToStrConvert(&d, text) == (printable ? 0u : 1u));

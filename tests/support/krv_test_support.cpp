@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "krv_log.h"
+#include "support/krv_date_tm.h"
 
 namespace krvtest {
 
@@ -213,13 +214,7 @@ std::string DateText(const KrvDateTime &d)
 
 int64_t FieldsMs(const KrvDateTime &d)
 {
-    struct tm t {};
-    t.tm_year = d.year - 1900;
-    t.tm_mon = d.month - 1;
-    t.tm_mday = d.day;
-    t.tm_hour = d.hour;
-    t.tm_min = d.minute;
-    t.tm_sec = d.second;
+    std::tm t = DateToTm(d);
     return static_cast<int64_t>(timegm(&t)) * 1000 + d.millisecond;
 }
 
